@@ -1,0 +1,60 @@
+# Ember Tide thumbnails: the two commands of the quick start are `make demo` and `make test`.
+# Everything else is a thin wrapper over the CMake presets.
+
+SHELL := /bin/bash
+DEB_PACKAGES := cmake g++ pkg-config libgtest-dev libbenchmark-dev libjpeg62-turbo-dev \
+                libpng-dev libpixman-1-dev zlib1g-dev
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+
+.PHONY: deps deps-fuzz build release test demo asan asan-test bench fuzz-smoke clean format
+
+# Installs the Debian packages that are missing (as root), or says how to.
+deps:
+	@missing=$$(for p in $(DEB_PACKAGES); do dpkg-query -W -f='$${Status}\n' $$p 2>/dev/null | grep -q 'ok installed' || echo $$p; done); \
+	if [ -n "$$missing" ]; then \
+	  if [ "$$(id -u)" = 0 ]; then \
+	    echo "Installing:" $$missing; \
+	    apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	  else \
+	    echo "Missing packages. Run: sudo apt-get install $$missing"; exit 1; \
+	  fi; \
+	fi
+
+deps-fuzz:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(FUZZ_PACKAGES)"
+
+build: deps
+	cmake --preset dev >/dev/null
+	cmake --build --preset dev -j $(JOBS)
+
+release: deps
+	cmake --preset release >/dev/null
+	cmake --build --preset release -j $(JOBS)
+
+test: build
+	ctest --preset dev
+
+demo: release
+	@bash tools/demo.sh build/release
+
+asan: deps
+	cmake --preset asan >/dev/null
+	cmake --build --preset asan -j $(JOBS)
+
+asan-test: asan
+	ctest --preset asan
+
+bench: release
+	@bash bench/run.sh build/release
+
+fuzz-smoke: deps deps-fuzz
+	cmake --preset fuzz >/dev/null
+	cmake --build --preset fuzz -j $(JOBS)
+	@bash fuzz/smoke.sh build/fuzz $${FUZZ_SECONDS:-30}
+
+format:
+	clang-format -i $$(git ls-files '*.h' '*.cpp' '*.mm')
+
+clean:
+	rm -rf build

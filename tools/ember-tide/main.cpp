@@ -1,0 +1,46 @@
+// main.cpp - ember-tide: thumbnails and facts from Ember Tide documents.
+#include "Tool.h"
+
+#include <cstring>
+
+namespace {
+
+const char* kHelp =
+    "Usage: ember-tide COMMAND [OPTIONS] ARGS...\n"
+    "\n"
+    "Commands:\n"
+    "  info [--json] FILE...   what each file is and which preview it carries\n"
+    "  extract FILE OUT        write the embedded preview (JPEG or PNG bytes) to OUT\n"
+    "\n"
+    "  --help, --version       this text; the version\n"
+    "  COMMAND --help          the command's own usage\n"
+    "\n"
+    "Example: ember-tide extract photo.etd preview.jpg\n";
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fputs(kHelp, stderr);
+        return tool::kUsage;
+    }
+    const char* command = argv[1];
+    if (std::strcmp(command, "--help") == 0 || std::strcmp(command, "-h") == 0 ||
+        std::strcmp(command, "help") == 0) {
+        std::fputs(kHelp, stdout);
+        return tool::kOK;
+    }
+    if (std::strcmp(command, "--version") == 0) {
+        std::printf("ember-tide %s\n", ET_VERSION);
+        return tool::kOK;
+    }
+    try {
+        if (std::strcmp(command, "info") == 0) return tool::runInfo(argc - 1, argv + 1);
+        if (std::strcmp(command, "extract") == 0) return tool::runExtract(argc - 1, argv + 1);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "ember-tide: %s: %s\n", command, e.what());
+        return tool::kNoPreview;
+    }
+    tool::usageError(nullptr, std::string("unknown command '") + command + "'");
+    return tool::kUsage;
+}
