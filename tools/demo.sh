@@ -10,9 +10,10 @@ for doc in examples/*.etd; do
   name=$(basename "$doc" .etd)
   start=$(date +%s%N)
   summary=$("$tool" info "$doc")
-  if "$tool" extract "$doc" "$out/$name.preview" 2>/dev/null; then
+  format=$("$tool" info --json "$doc" | sed -n 's/.*"format": "\([a-z]*\)".*/\1/p')
+  if "$tool" extract "$doc" "$out/$name.${format:-bin}" 2>/dev/null; then
     ms=$(( ($(date +%s%N) - start) / 1000000 ))
-    echo "$summary -> $out/$name.preview (${ms} ms)"
+    echo "$summary -> $out/$name.${format:-bin} (${ms} ms)"
   else
     echo "$summary -> nothing to extract"
   fi

@@ -11,6 +11,8 @@ const char* kHelp =
     "Commands:\n"
     "  info [--json] FILE...   what each file is and which preview it carries\n"
     "  extract FILE OUT        write the embedded preview (JPEG or PNG bytes) to OUT\n"
+    "  create [OPTIONS] IMAGE OUT\n"
+    "                          write a document around a JPEG or PNG image\n"
     "\n"
     "  --help, --version       this text; the version\n"
     "  COMMAND --help          the command's own usage\n"
@@ -37,6 +39,7 @@ int main(int argc, char** argv) {
     try {
         if (std::strcmp(command, "info") == 0) return tool::runInfo(argc - 1, argv + 1);
         if (std::strcmp(command, "extract") == 0) return tool::runExtract(argc - 1, argv + 1);
+        if (std::strcmp(command, "create") == 0) return tool::runCreate(argc - 1, argv + 1);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "ember-tide: %s: %s\n", command, e.what());
         return tool::kNoPreview;

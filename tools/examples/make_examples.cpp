@@ -1,8 +1,8 @@
-// make_examples.cpp - writes the sample documents of examples/ with the framework's own writer.
+// make_examples.cpp - draws the sample pictures, and writes the one sample document that
+// `ember-tide create` cannot make (a preview behind a large item of other data).
 //
-// Usage: make-examples FOLDER. Each document wraps a picture drawn by SampleImages; together
-// they cover both preview formats, versions 2 and 3, both chunk forms and every way of storing
-// the preview, plus one document whose preview sits behind a large item of other data.
+// Usage: make-examples IMAGE_FOLDER DOCUMENT_FOLDER. tools/make-examples.sh then wraps the
+// pictures into documents with `ember-tide create`.
 #include "EmberTideDocumentWriter.h"
 #include "GSFile.h"
 #include "GSFileWorker.h"
@@ -36,35 +36,32 @@ bool writeDocument(const std::string& path, const EmberTidePreview& preview,
 
 } // namespace
 
+bool writeImage(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    bool ok = f && std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    if (f && std::fclose(f) != 0) ok = false;
+    if (!ok) std::fprintf(stderr, "make-examples: %s: cannot write\n", path.c_str());
+    return ok;
+}
+
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "Usage: make-examples FOLDER\n");
+    if (argc != 3) {
+        std::fprintf(stderr, "Usage: make-examples IMAGE_FOLDER DOCUMENT_FOLDER\n");
         return 2;
     }
-    std::string folder = argv[1];
-    auto landscape = samples::drawLandscape(320, 240, false);
-    auto tall = samples::drawLandscape(120, 200, false);
-    auto clear = samples::drawLandscape(256, 160, true);
-    EmberTidePreview jpeg = makePreview(samples::encodeJPEG(landscape, 85), 2, 320, 240);
-    EmberTidePreview png = makePreview(samples::encodePNG(clear), 3, 256, 160);
-    EmberTidePreview tallJpeg = makePreview(samples::encodeJPEG(tall, 80), 2, 120, 200);
-
-    using O = EmberTideDocumentOptions;
-    struct Sample {
-        const char* name;
-        const EmberTidePreview* preview;
-        O options;
-    } all[] = {
-        {"landscape-v2-inline.etd", &jpeg, {0x0200, false, O::kInline, false, 0}},
-        {"transparent-v2-png.etd", &png, {0x0200, false, O::kInline, false, 0}},
-        {"tall-v2-record.etd", &tallJpeg, {0x0200, false, O::kRecord, false, 0}},
-        {"landscape-v3-long-record.etd", &jpeg, {0x0300, false, O::kRecord, false, 0}},
-        {"landscape-v3-byte-system-record.etd", &jpeg, {0x0302, true, O::kSystemRecord, false, 0}},
-        {"transparent-v3-byte-inline.etd", &png, {0x0302, true, O::kInline, false, 0}},
-        {"behind-large-item-v2.etd", &jpeg, {0x0200, false, O::kInline, false, 256 * 1024}},
-        {"selection-v2.etd", &jpeg, {0x0200, false, O::kInline, true, 0}},
-    };
-    for (const Sample& s : all)
-        if (!writeDocument(folder + "/" + s.name, *s.preview, s.options)) return 1;
-    return 0;
+    std::string images = argv[1], documents = argv[2];
+    auto landscape = samples::encodeJPEG(samples::drawLandscape(320, 240, false), 85);
+    auto tall = samples::encodeJPEG(samples::drawLandscape(120, 200, false), 80);
+    auto transparent = samples::encodePNG(samples::drawLandscape(256, 160, true));
+    if (!writeImage(images + "/landscape.jpg", landscape) || !writeImage(images + "/tall.jpg", tall) ||
+        !writeImage(images + "/transparent.png", transparent))
+        return 1;
+    // The one sample the command-line tool cannot make: a preview behind a large item of the
+    // editor's own data, which a reader must step over without reading it.
+    EmberTideDocumentOptions options;
+    options.paddingBefore = 256 * 1024;
+    return writeDocument(documents + "/behind-large-item-v2.etd",
+                         makePreview(landscape, 2, 320, 240), options)
+               ? 0
+               : 1;
 }

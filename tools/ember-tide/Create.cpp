@@ -1,0 +1,181 @@
+// Create.cpp - `ember-tide create`: a document (or selection) around a JPEG or PNG image,
+// written with the framework's own writer.
+#include "EmberTideDocumentWriter.h"
+#include "GSFile.h"
+#include "GSFileWorker.h"
+#include "GSFileWorkerMemory.h"
+#include "GSGetThumbnail.h"
+#include "GSImageHeader.h"
+#include "GSMemPicData.h"
+#include "Tool.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+namespace {
+
+const char* kCreateHelp =
+    "Usage: ember-tide create [--version V] [--form long|byte] [--store inline|record|system-record]\n"
+    "                         [--selection] IMAGE OUT\n"
+    "Writes a document whose preview is IMAGE (a JPEG or PNG file, stored byte for byte; its\n"
+    "width and height are read from its header).\n"
+    "\n"
+    "  --version V   document version: 3.2 (default), 2.0, 0x0300, 768, ... (1.0 to 3.15)\n"
+    "  --form F      long: 4-byte lengths and counts; byte: compact (default for version 3;\n"
+    "                needs version 3 or later)\n"
+    "  --store S     inline picture data (default), or a picture-data object record\n"
+    "                (record, system-record)\n"
+    "  --selection   write a selection file instead of a document\n"
+    "\n"
+    "Exit status: 0 written; 1 IMAGE is not a JPEG or PNG; 2 usage or I/O error.\n"
+    "Example: ember-tide create --version 2.0 --store record photo.jpg photo.etd\n";
+
+// "3.2", "0x0302", "770" -> 0x0302; -1 when it is none of these.
+int parseVersion(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    if (auto dot = text.find('.'); dot != std::string::npos) {
+        long major = std::strtol(text.c_str(), &end, 10);
+        if (end != text.c_str() + dot) return -1;
+        long minor = std::strtol(text.c_str() + dot + 1, &end, 10);
+        if (*end || dot + 1 == text.size() || major < 0 || major > 15 || minor < 0 || minor > 15)
+            return -1;
+        return static_cast<int>((major << 8) | minor);
+    }
+    long value = std::strtol(text.c_str(), &end, 0);
+    if (text.empty() || *end || errno || value < 0 || value > 0x0F0F) return -1;
+    return static_cast<int>(value);
+}
+
+bool readWholeFile(const std::string& path, std::vector<unsigned char>* bytes, std::string* error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        *error = std::strerror(errno);
+        return false;
+    }
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    if (in.bad()) {
+        *error = "read error";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+int runCreate(int argc, char** argv) {
+    EmberTideDocumentOptions options;
+    options.version = kEmberTideNewestVersion;
+    std::string form;
+    std::vector<std::string> files;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto value = [&](const char* name) -> const char* {
+            if (i + 1 >= argc) {
+                usageError("create", std::string(name) + " needs a value");
+                return nullptr;
+            }
+            return argv[++i];
+        };
+        if (a == "--help" || a == "-h") {
+            std::fputs(kCreateHelp, stdout);
+            return kOK;
+        } else if (a == "--version") {
+            const char* v = value("--version");
+            if (!v) return kUsage;
+            int version = parseVersion(v);
+            // Only versions a reader accepts: majors 1 to 3, minors below 16.
+            if (version < 0x0100 || version > 0x030F || (version & 0xF0)) {
+                usageError("create", std::string("not a document version: ") + v);
+                return kUsage;
+            }
+            options.version = static_cast<short>(version);
+        } else if (a == "--form") {
+            const char* v = value("--form");
+            if (!v) return kUsage;
+            form = v;
+            if (form != "long" && form != "byte") {
+                usageError("create", "--form is long or byte");
+                return kUsage;
+            }
+        } else if (a == "--store") {
+            const char* v = value("--store");
+            if (!v) return kUsage;
+            std::string store = v;
+            if (store == "inline") options.store = EmberTideDocumentOptions::kInline;
+            else if (store == "record") options.store = EmberTideDocumentOptions::kRecord;
+            else if (store == "system-record") options.store = EmberTideDocumentOptions::kSystemRecord;
+            else {
+                usageError("create", "--store is inline, record or system-record");
+                return kUsage;
+            }
+        } else if (a == "--selection") {
+            options.selection = true;
+        } else if (a.size() > 1 && a[0] == '-') {
+            usageError("create", "unknown option " + a);
+            return kUsage;
+        } else {
+            files.push_back(a);
+        }
+    }
+    if (files.size() != 2) {
+        usageError("create", "IMAGE and OUT are needed");
+        return kUsage;
+    }
+    bool version3 = options.version >= 0x0300;
+    if (form == "byte" && !version3) {
+        usageError("create", "the byte form needs version 3.0 or later");
+        return kUsage;
+    }
+    options.byteForm = version3 && form != "long";
+
+    std::vector<unsigned char> image;
+    std::string error;
+    if (!readWholeFile(files[0], &image, &error)) {
+        message(files[0], "cannot read: " + error);
+        return kIOError;
+    }
+    GSImageHeader header = GSReadImageHeader(image.data(), static_cast<long>(image.size()));
+    if (header.format == GSImageFormat::kUnknown || !header.sizeKnown) {
+        message(files[0], "not a JPEG or PNG image");
+        return kNoPreview;
+    }
+    if (image.size() > static_cast<size_t>(INT_MAX) || header.width > INT_MAX ||
+        header.height > INT_MAX) {
+        message(files[0], "image too large for a document preview");
+        return kNoPreview;
+    }
+    EmberTidePreview preview;
+    preview.kind = header.format == GSImageFormat::kPNG ? GSMemPicData::kPNG : GSMemPicData::kJPEG;
+    preview.size = {static_cast<int>(header.width), static_cast<int>(header.height)};
+    if (preview.bytes.setSize(static_cast<long>(image.size()))) {
+        message(files[0], "out of memory");
+        return kIOError;
+    }
+    if (!image.empty()) std::memcpy(preview.bytes.getMutableData(), image.data(), image.size());
+
+    GSFile file;
+    file.init(-100, static_cast<long>(image.size()) + 4096);
+    file.getFileWorker()->setAccessMode("wb+");
+    if (file.open() || EmberTideWriteDocument(&file, preview, options)) {
+        message(files[1], "cannot write the document");
+        return kIOError;
+    }
+    const auto& bytes = static_cast<GSFileWorkerMemory*>(file.getFileWorker())->getBuffer();
+    error = writeOutputFile(files[1], bytes.getData(), bytes.getSize());
+    if (!error.empty()) {
+        message(files[1], "cannot write: " + error);
+        return kIOError;
+    }
+    return kOK;
+}
+
+} // namespace tool
