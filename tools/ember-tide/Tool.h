@@ -47,5 +47,6 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
 int runInfo(int argc, char** argv);
 int runExtract(int argc, char** argv);
 int runCreate(int argc, char** argv);
+int runThumbnail(int argc, char** argv);
 
 } // namespace tool

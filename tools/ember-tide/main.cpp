@@ -9,6 +9,8 @@ const char* kHelp =
     "Usage: ember-tide COMMAND [OPTIONS] ARGS...\n"
     "\n"
     "Commands:\n"
+    "  thumbnail [-s SIZE] FILE OUT\n"
+    "                          write a PNG thumbnail fitted into SIZE x SIZE (default 256)\n"
     "  info [--json] FILE...   what each file is and which preview it carries\n"
     "  extract FILE OUT        write the embedded preview (JPEG or PNG bytes) to OUT\n"
     "  create [OPTIONS] IMAGE OUT\n"
@@ -17,7 +19,7 @@ const char* kHelp =
     "  --help, --version       this text; the version\n"
     "  COMMAND --help          the command's own usage\n"
     "\n"
-    "Example: ember-tide extract photo.etd preview.jpg\n";
+    "Example: ember-tide thumbnail -s 128 photo.etd photo.png\n";
 
 } // namespace
 
@@ -37,6 +39,7 @@ int main(int argc, char** argv) {
         return tool::kOK;
     }
     try {
+        if (std::strcmp(command, "thumbnail") == 0) return tool::runThumbnail(argc - 1, argv + 1);
         if (std::strcmp(command, "info") == 0) return tool::runInfo(argc - 1, argv + 1);
         if (std::strcmp(command, "extract") == 0) return tool::runExtract(argc - 1, argv + 1);
         if (std::strcmp(command, "create") == 0) return tool::runCreate(argc - 1, argv + 1);

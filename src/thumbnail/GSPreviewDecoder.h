@@ -1,0 +1,17 @@
+// GSPreviewDecoder.h - decodes an encoded preview (JPEG or PNG) into a GSRasterImage.
+//
+// JPEG is decoded with libjpeg-turbo at the smallest DCT scale (n/8) whose result still covers
+// the target size, which makes large previews cheap; greyscale, RGB and CMYK (also the inverted
+// CMYK that some writers use) become ARGB. PNG of every colour type, bit depth and interlacing is
+// decoded with libpng. Images whose declared size exceeds the pixel budget are refused before
+// decoding; truncated or corrupt data is an error, never a grey picture.
+#pragma once
+
+#include "GSRasterImage.h"
+
+#include <string>
+
+// Decodes `count` bytes of kind 3 (PNG) or anything else (JPEG). targetWidth/Height: the size the
+// image will be scaled to (0: decode at full size). Returns false with `error` set on failure.
+bool GSDecodePreview(const unsigned char* bytes, long count, int kind, int targetWidth,
+                     int targetHeight, GSRasterImage* image, std::string* error);

@@ -1,0 +1,87 @@
+// GSThumbnailRenderer.cpp - one thumbnail, start to end.
+#include "GSThumbnailRenderer.h"
+
+#include "GSGetThumbnail.h"
+#include "GSImageHeader.h"
+#include "GSImageScaler.h"
+#include "GSPreviewDecoder.h"
+#include "GSThumbnailFit.h"
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <sys/stat.h>
+
+namespace {
+
+GSThumbnailResult fail(GSThumbnailStatus status, std::string message) {
+    GSThumbnailResult result;
+    result.status = status;
+    result.message = std::move(message);
+    return result;
+}
+
+} // namespace
+
+GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
+    struct stat st;
+    if (::stat(request.path.c_str(), &st) != 0)
+        return fail(GSThumbnailStatus::kCannotOpen, std::strerror(errno));
+    if (S_ISDIR(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "is a folder");
+
+    GSDynaArray<unsigned char> bytes;
+    int kind = 0, infoValue = 0;
+    GSTSize<int> size;
+    EmberTideDocumentFacts facts;
+    try {
+        errno = 0;
+        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(request.path.c_str())), &bytes, &kind,
+                                    &infoValue, &size, &facts))
+            return fail(GSThumbnailStatus::kCannotOpen, errno ? std::strerror(errno) : "cannot open");
+    } catch (const std::exception& e) {
+        return fail(GSThumbnailStatus::kNoPreview, std::string("damaged document (") + e.what() + ")");
+    }
+    if (bytes.getSize() < 1)
+        return fail(GSThumbnailStatus::kNoPreview, !facts.recognised ? "not an Ember Tide document"
+                                                   : facts.isSelection ? "a selection carries no preview"
+                                                                       : "no preview in this document");
+
+    // The fit follows the document's stated size; without one (or with an empty one), the
+    // picture's own size as its header states it, else as decoded.
+    GSTSize<int> basis{0, 0};
+    if (facts.sizeGiven && size.width > 0 && size.height > 0) basis = size;
+    else {
+        GSImageHeader header = GSReadImageHeader(bytes.getData(), bytes.getSize());
+        if (header.sizeKnown && header.width > 0 && header.height > 0 && header.width <= 0x7FFFFFFF &&
+            header.height <= 0x7FFFFFFF)
+            basis = {static_cast<int>(header.width), static_cast<int>(header.height)};
+    }
+    GSFittedSize fitted;
+    GSTSize<int> target{0, 0};
+    if (basis.width > 0 && GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
+        target = GSFittedPixelSize(fitted);
+
+    GSRasterImage decoded;
+    std::string error;
+    if (!GSDecodePreview(bytes.getData(), bytes.getSize(), kind, target.width, target.height, &decoded,
+                         &error))
+        return fail(GSThumbnailStatus::kUndecodable, error);
+    if (target.width < 1) {
+        basis = {decoded.width, decoded.height};
+        if (!GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
+            return fail(GSThumbnailStatus::kUndecodable, "the picture is empty");
+        target = GSFittedPixelSize(fitted);
+    }
+
+    GSThumbnailResult result;
+    GSRasterImage scaled;
+    if (!GSScaleImage(decoded, target.width, target.height, &scaled))
+        return fail(GSThumbnailStatus::kUndecodable, "the picture cannot be scaled");
+    if (!GSEncodePNG(scaled, request.text, &result.png, &error))
+        return fail(GSThumbnailStatus::kUndecodable, error);
+    result.status = GSThumbnailStatus::kOK;
+    result.size = target;
+    result.previewSize = basis;
+    result.kind = kind;
+    return result;
+}
