@@ -7,7 +7,7 @@ DEB_PACKAGES := cmake g++ pkg-config libgtest-dev libbenchmark-dev libjpeg62-tur
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: deps deps-fuzz build release test demo asan asan-test bench fuzz-smoke clean format
+.PHONY: deps deps-desktop deps-fuzz build release test demo asan asan-test bench fuzz-smoke clean format
 
 # Installs the Debian packages that are missing (as root), or says how to.
 deps:
@@ -20,6 +20,10 @@ deps:
 	    echo "Missing packages. Run: sudo apt-get install $$missing"; exit 1; \
 	  fi; \
 	fi
+
+# GNOME's thumbnail factory and its sandbox, for the desktop test.
+deps-desktop:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="python3-gi gir1.2-gnomedesktop-3.0 bubblewrap shared-mime-info"
 
 deps-fuzz:
 	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(FUZZ_PACKAGES)"
