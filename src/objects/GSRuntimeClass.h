@@ -20,6 +20,8 @@ public:
 
     const GSString& getName() const { return name; }
     GSRuntimeClass* getBaseClass() const { return base; }
+    // A spare word kept for the embedding application; nothing here uses it.
+    void* getSpare() const { return spare; }
     Factory getFactory() const { return factory; }
 
     // The record named `name` (compared bytewise), or null.

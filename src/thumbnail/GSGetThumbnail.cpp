@@ -103,32 +103,30 @@ short EmberTideDataReadHeader(GSFile* file, short* version, short* merging, shor
     return readHeader(file, version, merging, isSelection, nullptr);
 }
 
-short GSGetThumbnailWithFacts(const GSFileSpec& spec, GSDynaArray<unsigned char>* bytes, int* kind,
-                              int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts) {
-    GSFile file(spec, 0);
-    if (short status = file.open()) return status;
+void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind, int* infoValue,
+                          GSTSize<int>* size, EmberTideDocumentFacts* facts) {
     short version = 0, merging = 0, isSelection = 0;
-    if (readHeader(&file, &version, &merging, &isSelection, facts) || isSelection) return 0;
+    if (readHeader(file, &version, &merging, &isSelection, facts) || isSelection) return;
     bool mergingActive = merging != 0;
-    GSTagRead top(&file);
+    GSTagRead top(file);
     for (;;) {
         int tag = top.read();
         if (tag == GSTagRead::kEndTag || tag == GSTagRead::kBadTag) break;
         if (tag == kTagStartMerging) {
-            file.startObjectMergingRead(); // its status is deliberately not checked
+            file->startObjectMergingRead(); // its status is deliberately not checked
             mergingActive = true;
             continue;
         }
         if (tag == kTagRawFloats || tag == kTagRawDoubles) {
-            file.setFlags(file.getFlags() |
-                          (tag == kTagRawFloats ? GSFile::kRawFloats : GSFile::kRawDoubles));
+            file->setFlags(file->getFlags() |
+                           (tag == kTagRawFloats ? GSFile::kRawFloats : GSFile::kRawDoubles));
             continue;
         }
         if (tag == kTagPreview) {
-            long count = readPreviewChunk(&file, kind, infoValue, size, facts);
+            long count = readPreviewChunk(file, kind, infoValue, size, facts);
             // Image bytes beyond the end of the file are no preview: checked before allocating.
-            if (count < 1 || !file.fitsInFile(count) || bytes->setSize(count)) break;
-            if (file.read(bytes->getMutableData(), count)) {
+            if (count < 1 || !file->fitsInFile(count) || bytes->setSize(count)) break;
+            if (file->read(bytes->getMutableData(), count)) {
                 bytes->clear();
                 break;
             }
@@ -136,7 +134,14 @@ short GSGetThumbnailWithFacts(const GSFileSpec& spec, GSDynaArray<unsigned char>
         }
         if (top.skip()) break;
     }
-    if (mergingActive) file.stopObjectMergingRead();
+    if (mergingActive) file->stopObjectMergingRead();
+}
+
+short GSGetThumbnailWithFacts(const GSFileSpec& spec, GSDynaArray<unsigned char>* bytes, int* kind,
+                              int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts) {
+    GSFile file(spec, 0);
+    if (short status = file.open()) return status;
+    EmberTideReadPreview(&file, bytes, kind, infoValue, size, facts);
     return 0;
 }
 

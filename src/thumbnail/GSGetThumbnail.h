@@ -42,3 +42,7 @@ struct EmberTideDocumentFacts {
 
 short GSGetThumbnailWithFacts(const GSFileSpec& spec, GSDynaArray<unsigned char>* bytes, int* kind,
                               int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts);
+
+// The same on a file that is already open (on disk or in memory), from its current position.
+void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind, int* infoValue,
+                          GSTSize<int>* size, EmberTideDocumentFacts* facts);
