@@ -28,6 +28,16 @@ deps-desktop:
 deps-fuzz:
 	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(FUZZ_PACKAGES)"
 
+# The Linux check of the macOS sources (tests/apple-headers/syntax-check.sh): clang against
+# GNUstep's Foundation headers, and python3 for the check of the bundle descriptions. The build's
+# own packages (deps) are needed too: the check generates the Apple branch of CMakeLists.txt.
+.PHONY: deps-apple-check apple-syntax-check
+deps-apple-check:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="clang libgnustep-base-dev python3"
+
+apple-syntax-check: deps deps-apple-check
+	@bash tests/apple-headers/syntax-check.sh
+
 build: deps
 	cmake --preset dev >/dev/null
 	cmake --build --preset dev -j $(JOBS)

@@ -89,7 +89,8 @@ short GSArray::setSize(long n) {
         ownsStorage = 1;
         storageBytes = n * elementSize;
     }
-    capacity = n;
+    // Never below the count: insertAt enlarges only when count == capacity.
+    capacity = n < count ? count : n;
     return storage || n == 0 ? 0 : 1;
 }
 

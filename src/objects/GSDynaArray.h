@@ -69,6 +69,7 @@ public:
     // Room for n elements before a write: exactly n, nothing when already private and large enough.
     short reserve(long n) {
         if (!data && n < 1) return 0;
+        if (data && data->getReferenceCount() <= 1 && data->capacity >= n) return 0;
         return makeRoom(n, n);
     }
     // Sets the number of elements; new ones are value-initialised. Shrinking keeps the storage.
@@ -85,8 +86,9 @@ public:
     // Appends one element, growing by the growth rule.
     short add(const T& element) {
         long size = getSize();
+        T value = element; // may be one of this array's elements, which makeRoom can free
         if (makeRoom(size + 1, -1)) return 1;
-        data->elements[size] = element;
+        data->elements[size] = std::move(value);
         data->size = size + 1;
         return 0;
     }

@@ -7,6 +7,8 @@
 #include "GSFile.h"
 #include "GSString.h"
 
+#include <utility>
+
 short GSString::write(GSFile* file) const {
     long n = isNull() ? 0 : getLength() + 1;
     short failed;
@@ -54,7 +56,7 @@ short GSString::read(GSFile* file) {
     GSDynaArray<char> bytes;
     if (bytes.setSize(n)) return 1;
     if (file->read(bytes.getMutableData(), n)) return 1;
-    buffer = bytes;
+    buffer = std::move(bytes); // not shared: checking the terminator below must not copy it
     encoding = static_cast<unsigned char>(tag);
     if (encoding < 100) convertEncoding(kMac);
     if (buffer[n - 1] != 0) buffer.clear(); // no terminator: the null string, not an error

@@ -137,6 +137,9 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
     }
     image->hasAlpha = (png.format & PNG_FORMAT_FLAG_ALPHA) != 0;
     png.format = kLittleEndian ? PNG_FORMAT_BGRA : PNG_FORMAT_ARGB;
+    // 16-bit samples without gAMA or sRGB are sRGB like 8-bit ones (libpng would assume linear
+    // light and brighten the picture).
+    png.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
     image->width = static_cast<int>(png.width);
     image->height = static_cast<int>(png.height);
     image->pixels.resize(static_cast<size_t>(pixels));
