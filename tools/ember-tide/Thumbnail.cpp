@@ -37,7 +37,7 @@ int runThumbnail(int argc, char** argv) {
         }
         if (a == "-s" || a == "--size" || a.rfind("--size=", 0) == 0) {
             std::string value;
-            if (a.size() > 7 && a[1] == '-') value = a.substr(7);
+            if (a.rfind("--size=", 0) == 0) value = a.substr(7);
             else if (i + 1 < argc) value = argv[++i];
             char* end = nullptr;
             long v = std::strtol(value.c_str(), &end, 10);
