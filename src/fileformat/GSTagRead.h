@@ -23,7 +23,8 @@ public:
     // Reads the next item header: its tag, -1 for the end marker, kBadTag when unreadable.
     int read();
     // Seeks past the current body. Fails (1) when that would not move forward (a negative
-    // length) or leaves the file, so that loops over items always make progress.
+    // length) or overflow a position, so that loops over items always make progress. A seek past
+    // the end of a file on disk succeeds; the next read() then fails instead.
     short skip();
 
     GSFile* getFile() const { return file; }
