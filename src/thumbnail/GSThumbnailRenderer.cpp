@@ -11,8 +11,14 @@
 #include <cstring>
 #include <exception>
 #include <sys/stat.h>
+#include <system_error>
 
 namespace {
+
+// strerror may share one buffer between threads; the category's message does not.
+std::string errorText(int error) {
+    return std::generic_category().message(error);
+}
 
 GSThumbnailResult fail(GSThumbnailStatus status, std::string message) {
     GSThumbnailResult result;
@@ -26,7 +32,7 @@ GSThumbnailResult fail(GSThumbnailStatus status, std::string message) {
 GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
     struct stat st;
     if (::stat(request.path.c_str(), &st) != 0)
-        return fail(GSThumbnailStatus::kCannotOpen, std::strerror(errno));
+        return fail(GSThumbnailStatus::kCannotOpen, errorText(errno));
     if (S_ISDIR(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "is a folder");
 
     GSDynaArray<unsigned char> bytes;
@@ -37,7 +43,7 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
         errno = 0;
         if (GSGetThumbnailWithFacts(GSFileSpec(GSString(request.path.c_str())), &bytes, &kind,
                                     &infoValue, &size, &facts))
-            return fail(GSThumbnailStatus::kCannotOpen, errno ? std::strerror(errno) : "cannot open");
+            return fail(GSThumbnailStatus::kCannotOpen, errno ? errorText(errno) : "cannot open");
     } catch (const std::exception& e) {
         return fail(GSThumbnailStatus::kNoPreview, std::string("damaged document (") + e.what() + ")");
     }

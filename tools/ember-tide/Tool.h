@@ -48,5 +48,6 @@ int runInfo(int argc, char** argv);
 int runExtract(int argc, char** argv);
 int runCreate(int argc, char** argv);
 int runThumbnail(int argc, char** argv);
+int runCache(int argc, char** argv);
 
 } // namespace tool

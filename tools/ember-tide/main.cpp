@@ -11,6 +11,9 @@ const char* kHelp =
     "Commands:\n"
     "  thumbnail [-s SIZE] FILE OUT\n"
     "                          write a PNG thumbnail fitted into SIZE x SIZE (default 256)\n"
+    "  cache [--size normal|large|x-large|xx-large] [--jobs N] [--force] [--json] PATH...\n"
+    "                          fill the desktop's thumbnail cache for every document under\n"
+    "                          the PATHs, in parallel, with progress on a terminal\n"
     "  info [--json] FILE...   what each file is and which preview it carries\n"
     "  extract FILE OUT        write the embedded preview (JPEG or PNG bytes) to OUT\n"
     "  create [OPTIONS] IMAGE OUT\n"
@@ -19,7 +22,8 @@ const char* kHelp =
     "  --help, --version       this text; the version\n"
     "  COMMAND --help          the command's own usage\n"
     "\n"
-    "Example: ember-tide thumbnail -s 128 photo.etd photo.png\n";
+    "Examples: ember-tide thumbnail -s 128 photo.etd photo.png\n"
+    "          ember-tide cache ~/Pictures\n";
 
 } // namespace
 
@@ -43,6 +47,7 @@ int main(int argc, char** argv) {
         if (std::strcmp(command, "info") == 0) return tool::runInfo(argc - 1, argv + 1);
         if (std::strcmp(command, "extract") == 0) return tool::runExtract(argc - 1, argv + 1);
         if (std::strcmp(command, "create") == 0) return tool::runCreate(argc - 1, argv + 1);
+        if (std::strcmp(command, "cache") == 0) return tool::runCache(argc - 1, argv + 1);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "ember-tide: %s: %s\n", command, e.what());
         return tool::kNoPreview;
