@@ -79,7 +79,10 @@ public:
             if (makeRoom(n, n > getCapacity() ? n : getCapacity())) return 1;
         }
         if (!data) return n == 0 ? 0 : 1;
-        for (long i = data->size; i < n; ++i) data->elements[i] = T();
+        // Through a local pointer: a store into a char element could otherwise alias `data`,
+        // which keeps the compiler from turning the loop into a block fill.
+        T* elements = data->elements;
+        for (long i = data->size; i < n; ++i) elements[i] = T();
         data->size = n;
         return 0;
     }

@@ -12,6 +12,7 @@
 #include <exception>
 #include <sys/stat.h>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -81,7 +82,11 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
 
     GSThumbnailResult result;
     GSRasterImage scaled;
-    if (!GSScaleImage(decoded, target.width, target.height, &scaled))
+    // A picture decoded at the target's own size (JPEG's DCT scaling lands there for most
+    // photographs) is passed on as it is, without a copy of its pixels.
+    if (decoded.width == target.width && decoded.height == target.height)
+        scaled = std::move(decoded);
+    else if (!GSScaleImage(decoded, target.width, target.height, &scaled))
         return fail(GSThumbnailStatus::kUndecodable, "the picture cannot be scaled");
     if (!GSEncodePNG(scaled, request.text, &result.png, &error))
         return fail(GSThumbnailStatus::kUndecodable, error);
