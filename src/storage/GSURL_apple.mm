@@ -11,7 +11,6 @@
 #include "GSURL.h"
 
 #include <cstring>
-#include <vector>
 
 namespace {
 
@@ -30,27 +29,12 @@ void* GSURLHandOut(NSURL* url) {
 // A platform string from the framework's bytes; an empty text for the null string, nil when
 // the bytes are not text in their encoding.
 NSString* GSNewPlatformString(const GSString& text) {
-    if (text.isEmpty()) return @"";
-    NSStringEncoding encoding = NSMacOSRomanStringEncoding;
-    if (text.getEncoding() == GSString::kWindows)
-        encoding = NSWindowsCP1252StringEncoding;
-    else if (text.getEncoding() == GSString::kUTF8)
-        encoding = NSUTF8StringEncoding;
-    return [[NSString alloc] initWithBytes:text.getConstAddr()
-                                    length:static_cast<NSUInteger>(text.getLength())
-                                  encoding:encoding];
+    return text.isEmpty() ? @"" : text.createNSString();
 }
 
-// The framework's string from a platform string: UTF-8 through a buffer that holds the longest
-// possible conversion (3 bytes per UTF-16 unit and a NUL); null when empty or refused.
+// The framework's string from a platform string (UTF-8); null when empty or refused.
 GSString GSStringFromPlatform(NSString* text) {
-    GSString result;
-    if (text.length == 0) return result;
-    NSUInteger capacity = 3 * text.length + 2;
-    std::vector<char> buffer(capacity);
-    if ([text getCString:buffer.data() maxLength:capacity encoding:NSUTF8StringEncoding])
-        result.init(buffer.data(), -1, GSString::kUTF8);
-    return result;
+    return GSString((__bridge CFStringRef)text);
 }
 
 } // namespace

@@ -7,8 +7,6 @@
 #include "GSFile.h"
 #include "GSString.h"
 
-#include <utility>
-
 short GSString::write(GSFile* file) const {
     long n = isNull() ? 0 : getLength() + 1;
     short failed;
@@ -53,12 +51,17 @@ short GSString::read(GSFile* file) {
     // room is made for it.
     if (!file->fitsInFile(n)) return 1;
     if (tag < 0 || tag > 255) return 1;
-    GSDynaArray<char> bytes;
-    if (bytes.setSize(n)) return 1;
-    if (file->read(bytes.getMutableData(), n)) return 1;
-    buffer = std::move(bytes); // not shared: checking the terminator below must not copy it
+    if (createOwnData(n, n < 16 ? n + 16 : 2 * n, 0)) return 1;
+    if (file->read(mutableBytes(), n)) {
+        becomeNull(); // never a partial text
+        return 1;
+    }
+    setByteCount(n);
     encoding = static_cast<unsigned char>(tag);
+    if (mutableBytes()[n - 1] != 0) {
+        becomeNull(); // no terminator: the null string, not an error
+        return 0;
+    }
     if (encoding < 100) convertEncoding(kMac);
-    if (buffer[n - 1] != 0) buffer.clear(); // no terminator: the null string, not an error
     return 0;
 }

@@ -1,40 +1,68 @@
-// GSUTF8.cpp - UTF-8 decoding of one code point.
+// GSUTF8.cpp - UTF-8 decoding and encoding of one code point.
 #include "GSUTF8.h"
 
-long GSUTF8ReadChar(const unsigned char* p, long available, unsigned* code, bool strict) {
-    if (available < 1) return 0;
-    unsigned b0 = p[0];
-    long need;
-    unsigned value, min;
-    if (b0 < 0x80) {
-        *code = b0;
-        return 1;
-    } else if ((b0 & 0xE0) == 0xC0) {
-        need = 2, value = b0 & 0x1F, min = 0x80;
-    } else if ((b0 & 0xF0) == 0xE0) {
-        need = 3, value = b0 & 0x0F, min = 0x800;
-    } else if ((b0 & 0xF8) == 0xF0) {
-        need = 4, value = b0 & 0x07, min = 0x10000;
+const unsigned char* GSUTF8ReadChar(const unsigned char* p, long available, short lenient,
+                                    unsigned* code) {
+    if (available < 1) {
+        *code = 0;
+        return p + 1;
+    }
+    unsigned lead = p[0];
+    if (lead < 0x80) {
+        *code = lead;
+        return p + 1;
+    }
+    long k;
+    unsigned value;
+    if ((lead & 0xE0) == 0xC0) {
+        k = 1, value = lead & 0x1F;
+    } else if ((lead & 0xF0) == 0xE0) {
+        k = 2, value = lead & 0x0F;
+    } else if ((lead & 0xF8) == 0xF0) {
+        k = 3, value = lead & 0x07;
+    } else if ((lead & 0xFC) == 0xF8) {
+        k = 4, value = lead & 0x03;
+    } else if ((lead & 0xFE) == 0xFC) {
+        k = 5, value = lead & 0x01;
     } else {
-        if (strict) return 0;
-        *code = b0;
-        return 1;
+        // A continuation byte, 0xFE or 0xFF.
+        *code = lenient ? lead : 0;
+        return lenient ? p + 1 : nullptr;
     }
-    if (available < need) {
-        if (strict) return 0;
-        *code = b0;
-        return 1;
+    if (!lenient && k > available) {
+        *code = value;
+        return nullptr;
     }
-    for (long i = 1; i < need; ++i) {
-        if ((p[i] & 0xC0) != 0x80) {
-            if (strict) return 0;
-            *code = b0;
-            return 1;
+    long take = lenient && k > available ? available : k;
+    for (long i = 1; i <= take; ++i) {
+        // The position past the text holds its NUL, which is never a continuation byte.
+        unsigned byte = i < available ? p[i] : 0;
+        if (!lenient && (byte & 0xC0) != 0x80) {
+            *code = value;
+            return nullptr;
         }
-        value = (value << 6) | (p[i] & 0x3F);
+        value = (value << 6) | (byte & 0x3F);
     }
-    if (strict && (value < min || value > 0x10FFFF || (value >= 0xD800 && value <= 0xDFFF)))
-        return 0;
     *code = value;
-    return need;
+    return p + 1 + take;
+}
+
+int GSUTF8Encode(unsigned code, char* out) {
+    if (code < 0x80) {
+        out[0] = static_cast<char>(code);
+        return 1;
+    }
+    char reversed[8];
+    int n = 0;
+    int limit = -64;
+    while (code & static_cast<unsigned>(limit)) {
+        reversed[n++] = static_cast<char>(0x80 | (code & 0x3F));
+        code >>= 6;
+        limit >>= 1;
+    }
+    // The lead byte: as many high one-bits as the sequence has bytes, then the bits left.
+    out[0] = static_cast<char>((static_cast<unsigned>(limit) << 1) | code);
+    for (int i = 0; i < n; ++i)
+        out[1 + i] = reversed[n - 1 - i];
+    return n + 1;
 }

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # syntax-check.sh - the Linux check of the macOS sources: syntax and types only.
 #
-# Compiles src/storage/GSURL_apple.mm and src/thumbnail/ThumbnailProvider.mm with clang
+# Compiles src/storage/GSURL_apple.mm, src/text/GSString_apple.mm and
+# src/thumbnail/ThumbnailProvider.mm with clang
 # (-fsyntax-only, ARC, blocks, the project's warnings as errors) against GNUstep's Foundation
 # headers and the declarations beside this script of the Apple-only frameworks (Core
 # Foundation, CoreGraphics, QuickLookThumbnailing). Then it proves that the check can fail: it
@@ -63,6 +64,7 @@ flags=(
   -fobjc-arc -fblocks -fobjc-runtime=gnustep-2.0 -fexceptions -fobjc-exceptions
   -fconstant-string-class=NSConstantString -fapplication-extension
   -DGNUSTEP -DGNUSTEP_BASE_LIBRARY=1 -DGNU_RUNTIME=1 -D_NATIVE_OBJC_EXCEPTIONS
+  -DGS_APPLE_SYNTAX_CHECK=1
   -isystem "$tmp/shim" -isystem "$here" -isystem "$gnustep" -idirafter "$gcc_include"
   -I "$root/src/text" -I "$root/src/objects" -I "$root/src/fileformat"
   -I "$root/src/storage" -I "$root/src/thumbnail"
@@ -71,7 +73,7 @@ flags=(
 
 passed=0
 failed=0
-sources=(src/storage/GSURL_apple.mm src/thumbnail/ThumbnailProvider.mm)
+sources=(src/storage/GSURL_apple.mm src/text/GSString_apple.mm src/thumbnail/ThumbnailProvider.mm)
 
 for source in "${sources[@]}"; do
   if "$clang" "${flags[@]}" "$root/$source" >"$tmp/out" 2>&1; then
@@ -103,6 +105,7 @@ expect_rejected() {
 
 provider=src/thumbnail/ThumbnailProvider.mm
 url=src/storage/GSURL_apple.mm
+string=src/text/GSString_apple.mm
 expect_rejected $provider "a wrong QuickLook selector" 's/replyWithContextSize:/replyWithContextSizes:/'
 expect_rejected $provider "the completion handler called with one argument" 's/handler(reply, nil);/handler(reply);/'
 expect_rejected $provider "a data provider where an image belongs" 's/CGImageGetWidth(image.get())/CGImageGetWidth(provider.get())/'
@@ -110,6 +113,9 @@ expect_rejected $provider "a plain int for the rendering intent" '0,/kCGRenderin
 expect_rejected $provider "an object pointer cast without __bridge" 's/(__bridge const void\*)request.fileURL/(const void*)request.fileURL/'
 expect_rejected $url "a wrong NSURL selector" 's/URLByResolvingSymlinksInPath/URLByResolvingSymLinksInPath/'
 expect_rejected $url "a wrong argument type for initFileURLWithPath:" 's/initFileURLWithPath:text/initFileURLWithPath:path/'
+expect_rejected $string "a platform string returned without a bridged cast" 's/(__bridge_transfer NSString\*)createCFStringRef()/createCFStringRef()/'
+expect_rejected $string "characters where Core Foundation takes bytes" 's/reinterpret_cast<const UInt8\*>(bytes ? bytes : "")/bytes ? bytes : ""/'
+expect_rejected $string "a GSString where the platform string belongs" 's/CFStringGetLength(text)/CFStringGetLength(this)/'
 
 # The Apple branch of CMakeLists.txt, generated with CMake's Darwin platform files (no compiler
 # is run: the compiler checks are declared passed). This catches errors in the branch itself and

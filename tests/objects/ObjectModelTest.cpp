@@ -72,7 +72,7 @@ TEST(RuntimeClass, SixtyFiveMoreClassesStayFindableAndSorted) {
     for (int i = 0; i < 65; ++i) {
         int k = (i * 29) % 65; // registration order differs from name order
         names.push_back(prefixes[k % 5] + std::to_string(round) + "_" + std::to_string(100 + k));
-        records.emplace_back(GSString(names.back().c_str()), &GSObject::gsClassGSObject, nullptr);
+        records.emplace_back(GSString::withCopyOf(names.back().c_str()), &GSObject::gsClassGSObject, nullptr);
     }
     ASSERT_EQ(registry.getCount(), before + 65) << "a registration was lost";
     EXPECT_TRUE(registry.isOnHeap());

@@ -146,7 +146,7 @@ TEST(MemoryWorker, SeekClampsAndReadStopsAtTheEnd) {
 
 TEST(StreamWorker, ReadsAndWritesARealFile) {
     TempFolder folder;
-    GSFileSpec spec(GSString(folder.path("notes.txt").c_str()));
+    GSFileSpec spec(GSString::withCopyOf(folder.path("notes.txt").c_str()));
     writeFile(folder.path("notes.txt"), Bytes(20, 'x'));
     GSObjectRef<GSFileWorkerStream> w(new GSFileWorkerStream());
     w->setAccessMode("w");
