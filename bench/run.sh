@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Runs the Google Benchmark programs of a build and prints their results: extraction on small
 # and 300 MB documents (with the median ratio), GSFile's primitives and chunk forms (with the
-# allocations per number operation), and object tables of 10^4 to 10^6 objects.
+# allocations per number operation), object tables of 10^4 to 10^6 objects, and strings (copies
+# and their allocations, appending one character at a time, convertEncoding and the enumerator
+# beside glibc's iconv on the same text).
 # Usage: bench/run.sh [BUILD_DIR] [BENCHMARK_FLAGS...]   (BUILD_DIR defaults to build/release)
 # The minimum time per benchmark is kept short (BENCH_MIN_TIME, seconds, default 0.2) so that
 # the whole run takes well under a minute; raise it for steadier figures. The extraction runs
@@ -12,7 +14,7 @@ build=${1:-build/release}
 shift $(( $# > 0 ? 1 : 0 ))
 min_time=${BENCH_MIN_TIME:-0.2}
 
-for program in bench_extraction bench_primitives bench_objects; do
+for program in bench_extraction bench_primitives bench_objects bench_strings; do
   exe="$build/bench/$program"
   if [[ ! -x $exe ]]; then
     echo "run.sh: $exe is not built (cmake --preset release && cmake --build --preset release)" >&2
@@ -20,7 +22,7 @@ for program in bench_extraction bench_primitives bench_objects; do
   fi
 done
 
-for program in bench_extraction bench_primitives bench_objects; do
+for program in bench_extraction bench_primitives bench_objects bench_strings; do
   extra=()
   [[ $program == bench_extraction ]] && extra=(--benchmark_enable_random_interleaving=true)
   echo
