@@ -10,7 +10,10 @@ const GSFileSpec GSFileSpec::null;
 const GSFileSpec gs_invalid_filespec;
 
 short GSFileSpec::localSetPathname(const GSString& path) {
-    pathname = path;
+    // A spec outlives the text it was named with (callers pass std::string::c_str() and
+    // literals alike): keep a copy of our own, never a borrowed pointer.
+    pathname = path.isNull() ? GSString() : GSString::withCopyOf(path.getConstAddr());
+    pathname.setEncoding(path.getEncoding());
     if (GSFile::hasTrailingPathDivider(pathname)) pathname.add("a");
     filename = GSFile::getFilename(pathname);
     return pathname.isEmpty() ? 1 : 0;
