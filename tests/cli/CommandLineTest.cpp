@@ -1,31 +1,40 @@
-// CommandLineTest.cpp - the contract of the ember-tide command line, by running the built tool.
+// CommandLineTest.cpp - the contract of the ember-tide command line, by running the built tool:
+// create, extract and info, and the usage errors and help of every command.
 #include "RunTool.h"
 #include "SampleImages.h"
-#include "TestSupport.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <map>
+#include <set>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace testing_support;
 
 namespace {
 
-// A real JPEG and PNG, and documents made from them by `create`.
+// A real JPEG and PNG; the desktop's cache is kept inside the folder.
 class CommandLine : public testing::Test {
 protected:
     void SetUp() override {
+        ::setenv("XDG_CACHE_HOME", path("cache").c_str(), 1);
         jpeg = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 80);
         png = samples::encodePNG(samples::drawLandscape(40, 30, true));
-        writeFile(folder.path("pic.jpg"), jpeg);
-        writeFile(folder.path("pic.png"), png);
+        writeFile(path("pic.jpg"), jpeg);
+        writeFile(path("pic.png"), png);
     }
     std::string path(const std::string& name) const { return folder.path(name); }
-    std::vector<std::string> leftovers() const {
-        std::vector<std::string> names;
+    // The names in the folder that are not in `expected`: outputs or temporary files.
+    std::string strays(const std::set<std::string>& expected) const {
+        std::string list;
         for (auto& e : std::filesystem::directory_iterator(folder.root()))
-            names.push_back(e.path().filename().string());
-        return names;
+            if (!expected.count(e.path().filename().string()))
+                list += e.path().filename().string() + " ";
+        return list;
     }
 
     TempFolder folder;
@@ -35,102 +44,125 @@ protected:
 } // namespace
 
 TEST_F(CommandLine, CreateThenExtractGivesTheSameBytesInEveryLayout) {
-    const char* versions[] = {"1.0", "2.0", "3.0", "3.2"};
-    for (const char* version : versions)
+    bool isJpeg = true; // JPEG and PNG by turns, so each store and form sees both
+    for (std::string version : {"1.0", "2.0", "3.0", "3.2"})
         for (std::string form : {"long", "byte"})
-            for (std::string store : {"inline", "record", "system-record"})
-                for (std::string image : {"pic.jpg", "pic.png"}) {
-                    bool byteAllowed = version[0] == '3';
-                    SCOPED_TRACE(std::string(version) + " " + form + " " + store + " " + image);
-                    ToolRun c = runTool({"create", "--version", version, "--form", form, "--store",
-                                         store, path(image), path("doc.etd")});
-                    if (form == "byte" && !byteAllowed) {
-                        EXPECT_EQ(c.status, 2) << "byte form before version 3 is a usage error";
-                        continue;
-                    }
-                    ASSERT_EQ(c.status, 0) << c.err;
-                    ToolRun x = runTool({"extract", path("doc.etd"), path("out.bin")});
-                    ASSERT_EQ(x.status, 0) << x.err;
-                    EXPECT_EQ(readFile(path("out.bin")), image == "pic.jpg" ? jpeg : png);
-                    ToolRun i = runTool({"info", "--json", path("doc.etd")});
-                    ASSERT_EQ(i.status, 0);
-                    bool isJpeg = image == "pic.jpg";
-                    std::string expect = std::string("\"preview\": {\"kind\": ") +
-                                         (isJpeg ? "2, \"format\": \"jpeg\", \"width\": 64, \"height\": 48"
-                                                 : "3, \"format\": \"png\", \"width\": 40, \"height\": 30");
-                    EXPECT_NE(i.out.find(expect), std::string::npos) << i.out;
+            for (std::string store : {"inline", "record", "system-record"}) {
+                SCOPED_TRACE(version + " " + form + " " + store + (isJpeg ? " jpeg" : " png"));
+                ToolRun c = runTool({"create", "--version", version, "--form", form, "--store",
+                                     store, path(isJpeg ? "pic.jpg" : "pic.png"), path("doc.etd")});
+                if (form == "byte" && version[0] != '3') {
+                    EXPECT_EQ(c.status, 2) << "byte form before version 3 is a usage error";
+                    continue;
                 }
+                ASSERT_EQ(c.status, 0) << c.err;
+                ASSERT_EQ(runTool({"extract", path("doc.etd"), path("out.bin")}).status, 0);
+                EXPECT_EQ(readFile(path("out.bin")), isJpeg ? jpeg : png);
+                ToolRun i = runTool({"info", "--json", path("doc.etd")});
+                EXPECT_NE(
+                    i.out.find(
+                        isJpeg ? "\"kind\": 2, \"format\": \"jpeg\", \"width\": 64, \"height\": 48"
+                               : "\"kind\": 3, \"format\": \"png\", \"width\": 40, \"height\": 30"),
+                    std::string::npos)
+                    << i.out;
+                isJpeg = !isJpeg;
+            }
 }
 
 TEST_F(CommandLine, InfoDescribesEveryKindOfFile) {
     runTool({"create", "--version", "2.0", path("pic.jpg"), path("doc.etd")});
     runTool({"create", "--selection", path("pic.png"), path("sel.etd")});
-    ToolRun r = runTool({"info", "--json", path("doc.etd"), path("sel.etd"), path("pic.jpg"),
-                         path("missing.etd")});
+    ToolRun r = runTool(
+        {"info", "--json", path("doc.etd"), path("sel.etd"), path("pic.jpg"), path("missing.etd")});
     EXPECT_EQ(r.status, 2) << "a file that cannot be opened gives status 2";
-    EXPECT_NE(r.out.find("{\"file\": \"" + path("doc.etd") +
-                         "\", \"type\": \"document\", \"version\": 512, \"preview\": {\"kind\": 2, "
-                         "\"format\": \"jpeg\", \"width\": 64, \"height\": 48, \"info\": 0, \"bytes\": " +
-                         std::to_string(jpeg.size()) + "}}\n"),
-              std::string::npos)
+    EXPECT_NE(
+        r.out.find("{\"file\": \"" + path("doc.etd") +
+                   "\", \"type\": \"document\", \"version\": 512, \"preview\": {\"kind\": 2, "
+                   "\"format\": \"jpeg\", \"width\": 64, \"height\": 48, \"info\": 0, \"bytes\": " +
+                   std::to_string(jpeg.size()) + "}}\n"),
+        std::string::npos)
         << r.out;
-    EXPECT_NE(r.out.find("\"type\": \"selection\", \"version\": 770, \"preview\": null"), std::string::npos);
-    EXPECT_NE(r.out.find("\"type\": \"unknown\", \"version\": null, \"preview\": null"), std::string::npos);
+    EXPECT_NE(r.out.find("\"type\": \"selection\", \"version\": 770, \"preview\": null"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("\"type\": \"unknown\", \"version\": null, \"preview\": null"),
+              std::string::npos);
     EXPECT_NE(r.err.find("ember-tide: " + path("missing.etd") + ": cannot open"), std::string::npos)
         << r.err;
 
     ToolRun text = runTool({"info", path("doc.etd")});
     EXPECT_EQ(text.status, 0);
     EXPECT_NE(text.out.find("document, version 2.0, preview jpeg"), std::string::npos) << text.out;
-    EXPECT_EQ(runTool({"info", folder.root()}).status, 2) << "a folder is not a readable file";
 }
 
-TEST_F(CommandLine, ExtractWritesAllOrNothing) {
+TEST_F(CommandLine, ExtractAndCreateWriteAllOrNothing) {
     runTool({"create", path("pic.jpg"), path("doc.etd")});
     runTool({"create", "--selection", path("pic.jpg"), path("sel.etd")});
+    writeFile(path("text.txt"), {'h', 'e', 'l', 'l', 'o'});
+    const std::set<std::string> inputs = {"pic.jpg", "pic.png", "doc.etd", "sel.etd", "text.txt"};
 
-    ToolRun none = runTool({"extract", path("sel.etd"), path("out.jpg")});
-    EXPECT_EQ(none.status, 1);
-    EXPECT_FALSE(std::filesystem::exists(path("out.jpg")));
-    EXPECT_EQ(runTool({"extract", path("pic.png"), path("out.jpg")}).status, 1);
+    EXPECT_EQ(runTool({"extract", path("sel.etd"), path("out.jpg")}).status, 1) << "no preview";
+    EXPECT_EQ(runTool({"extract", path("pic.png"), path("out.jpg")}).status, 1) << "no document";
+    EXPECT_EQ(runTool({"create", path("text.txt"), path("new.etd")}).status, 1) << "no picture";
+    EXPECT_EQ(strays(inputs), "") << "written although there was nothing to write";
 
     ToolRun toStdout = runTool({"extract", path("doc.etd"), "-"});
     EXPECT_EQ(toStdout.status, 0);
     EXPECT_EQ(Bytes(toStdout.out.begin(), toStdout.out.end()), jpeg);
 
-    EXPECT_EQ(runTool({"extract", path("doc.etd"), path("no/such/folder/out.jpg")}).status, 2);
-    EXPECT_EQ(runTool({"extract", path("missing.etd"), path("out.jpg")}).status, 2);
-    EXPECT_EQ(runTool({"extract", path("doc.etd")}).status, 2);
-    EXPECT_EQ(runTool({"extract", "--bogus", path("doc.etd"), path("x")}).status, 2);
-
     // Replacing an existing output leaves no temporary file behind.
     writeFile(path("out.jpg"), {1, 2, 3});
     EXPECT_EQ(runTool({"extract", path("doc.etd"), path("out.jpg")}).status, 0);
     EXPECT_EQ(readFile(path("out.jpg")), jpeg);
-    for (const auto& name : leftovers())
-        EXPECT_TRUE(name == "pic.jpg" || name == "pic.png" || name == "doc.etd" ||
-                    name == "sel.etd" || name == "out.jpg")
-            << "stray file " << name;
+    EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "sel.etd", "text.txt", "out.jpg"}), "");
 }
 
-TEST_F(CommandLine, CreateRefusesWhatIsNoImage) {
-    writeFile(path("text.txt"), {'h', 'e', 'l', 'l', 'o'});
-    EXPECT_EQ(runTool({"create", path("text.txt"), path("doc.etd")}).status, 1);
-    EXPECT_FALSE(std::filesystem::exists(path("doc.etd")));
-    EXPECT_EQ(runTool({"create", "--version", "4.0", path("pic.jpg"), path("doc.etd")}).status, 2);
-    EXPECT_EQ(runTool({"create", "--version", "banana", path("pic.jpg"), path("doc.etd")}).status, 2);
-    EXPECT_EQ(runTool({"create", "--store", "nowhere", path("pic.jpg"), path("doc.etd")}).status, 2);
-    EXPECT_EQ(runTool({"create", path("missing.jpg"), path("doc.etd")}).status, 2);
+TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
+    ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
+    // Cases between bars, the first none at all. Capitals stand for files: DOC a document, JPG a
+    // picture, OUT an output, MISSING none, DIR a folder, NOWHERE a path into no folder.
+    std::string cases =
+        "|frobnicate|info DIR"
+        "|extract DOC|extract --bogus DOC OUT|extract MISSING OUT|extract DOC NOWHERE"
+        "|create --version 4.0 JPG OUT|create --version banana JPG OUT"
+        "|create --store nowhere JPG OUT|create MISSING OUT"
+        "|thumbnail -s 12px DOC OUT|thumbnail --size=0 DOC OUT|thumbnail DOC OUT -s"
+        "|thumbnail DOC|thumbnail DOC OUT OUT|thumbnail --bogus DOC OUT"
+        "|thumbnail MISSING OUT|thumbnail DIR OUT|thumbnail DOC NOWHERE"
+        "|cache|cache --size huge DOC|cache DOC --size|cache --jobs 0 DOC"
+        "|cache --jobs two DOC|cache --jobs=5000 DOC|cache --bogus DOC|cache MISSING DOC";
+    if (geteuid() != 0) { // root reads any file
+        writeFile(path("locked.etd"), jpeg);
+        chmod(path("locked.etd").c_str(), 0);
+        cases += "|thumbnail LOCKED OUT";
+    }
+    const std::map<std::string, std::string> files = {
+        {"DOC", path("doc.etd")},      {"JPG", path("pic.jpg")},
+        {"OUT", path("out.png")},      {"MISSING", path("missing.etd")},
+        {"DIR", folder.root()},        {"NOWHERE", path("no/such/folder/out.png")},
+        {"LOCKED", path("locked.etd")}};
+    std::istringstream list(cases);
+    for (std::string line; std::getline(list, line, '|');) {
+        std::vector<std::string> args;
+        std::istringstream words(line);
+        for (std::string w; words >> w;)
+            args.push_back(files.count(w) ? files.at(w) : w);
+        ToolRun r = runTool(args);
+        EXPECT_EQ(r.status, 2) << line << ": " << r.err;
+        EXPECT_NE(r.err, "") << line << ": no message";
+        EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "locked.etd"}), "") << line;
+    }
 }
 
 TEST_F(CommandLine, HelpShowsAnExample) {
-    for (std::vector<std::string> args : {std::vector<std::string>{"--help"}, {"info", "--help"},
-                                          {"extract", "--help"}, {"create", "--help"}}) {
-        ToolRun r = runTool(args);
-        EXPECT_EQ(r.status, 0) << args[0];
-        EXPECT_NE(r.out.find("Example"), std::string::npos) << args[0];
+    for (std::string command : {"info", "extract", "create", "thumbnail", "cache"}) {
+        ToolRun r = runTool({command, "--help"});
+        EXPECT_EQ(r.status, 0) << command;
+        EXPECT_NE(r.out.find("Example: ember-tide " + command), std::string::npos) << r.out;
     }
+    ToolRun help = runTool({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("Example"), std::string::npos) << help.out;
+    EXPECT_NE(help.out.find("thumbnail"), std::string::npos);
+    EXPECT_NE(help.out.find("cache"), std::string::npos);
     EXPECT_EQ(runTool({"--version"}).status, 0);
-    EXPECT_EQ(runTool({"frobnicate"}).status, 2);
-    EXPECT_EQ(runTool({}).status, 2);
 }

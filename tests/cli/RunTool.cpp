@@ -1,38 +1,63 @@
-// RunTool.cpp - a child process with stdout and stderr sent to files.
+// RunTool.cpp - child processes with stdout and stderr sent to files.
 #include "RunTool.h"
 
-#include "TestSupport.h"
+#include "EmberTideDocumentWriter.h"
 
 #include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 extern char** environ;
 
-ToolRun runTool(const std::vector<std::string>& args) {
-    testing_support::TempFolder folder;
-    std::string outPath = folder.path("out"), errPath = folder.path("err");
-    std::vector<char*> argv;
-    std::string tool = ET_TOOL_PATH;
-    argv.push_back(tool.data());
-    std::vector<std::string> copies = args;
-    for (auto& a : copies) argv.push_back(a.data());
-    argv.push_back(nullptr);
+using namespace testing_support;
+
+pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,
+                   const std::string& err) {
+    std::vector<std::string> copies = argv;
+    std::vector<char*> args;
+    for (auto& a : copies)
+        args.push_back(a.data());
+    args.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ToolRun run;
-    pid_t pid;
-    if (posix_spawn(&pid, tool.c_str(), &actions, nullptr, argv.data(), environ) == 0) {
-        int status;
-        waitpid(pid, &status, 0);
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
+    posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    pid_t pid = -1;
+    if (posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ) != 0) pid = -1;
     posix_spawn_file_actions_destroy(&actions);
-    auto out = testing_support::readFile(outPath), err = testing_support::readFile(errPath);
-    run.out.assign(out.begin(), out.end());
-    run.err.assign(err.begin(), err.end());
+    return pid;
+}
+
+ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err) {
+    ToolRun run;
+    int status = 0;
+    if (pid > 0 && waitpid(pid, &status, 0) == pid) {
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    }
+    Bytes o = readFile(out), e = readFile(err);
+    run.out.assign(o.begin(), o.end());
+    run.err.assign(e.begin(), e.end());
     return run;
+}
+
+ToolRun runTool(const std::vector<std::string>& args) {
+    TempFolder folder;
+    std::vector<std::string> argv = {ET_TOOL_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return finishProcess(startProcess(argv, folder.path("out"), folder.path("err")),
+                         folder.path("out"), folder.path("err"));
+}
+
+void writeDocument(const std::string& path, const Bytes& picture, int kind, int width, int height) {
+    EmberTidePreview preview;
+    preview.bytes = toDynaArray(picture);
+    preview.kind = kind;
+    preview.size = {width, height};
+    MemoryFile m;
+    ASSERT_EQ(EmberTideWriteDocument(&m.file, preview, EmberTideDocumentOptions()), 0);
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    writeFile(path, m.bytes());
 }

@@ -1,13 +1,29 @@
-// RunTool.h - runs the built ember-tide and captures what it printed and its exit status.
+// RunTool.h - runs the built ember-tide (or any program) and captures what it printed and its
+// exit status; writes documents around a given picture.
 #pragma once
 
+#include "TestSupport.h"
+
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 struct ToolRun {
     int status = -1; // exit status, or -1 when killed by a signal
+    int signal = 0;  // the signal that killed it, or 0
     std::string out;
     std::string err;
 };
 
 ToolRun runTool(const std::vector<std::string>& args);
+
+// Starts argv (argv[0] looked up in PATH) with stdout and stderr sent to files; -1 on failure.
+pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,
+                   const std::string& err);
+// Waits for `pid` and reads what it wrote to `out` and `err`.
+ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err);
+
+// Writes a document at `path` (making its folders) holding `picture` as a preview of `kind`
+// whose stated size is `width` x `height`, whatever the picture's own.
+void writeDocument(const std::string& path, const testing_support::Bytes& picture, int kind = 2,
+                   int width = 64, int height = 48);

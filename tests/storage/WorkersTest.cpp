@@ -52,20 +52,18 @@ TEST(FileWorker, AccessModes) {
     }
 }
 
-TEST(FileWorker, TextModeReadsEveryLineBreakAsOneNewline) {
+TEST(FileWorker, TextReading) {
     auto text = memoryWorker("a\r\nb\n\r\r", "r");
     std::vector<int> got;
     for (int i = 0; i < 6; ++i)
         got.push_back(text->getChar());
-    EXPECT_EQ(got, (std::vector<int>{'a', 10, 'b', 10, 10, -1}));
-
+    EXPECT_EQ(got, (std::vector<int>{'a', 10, 'b', 10, 10, -1}))
+        << "every line break is one newline";
     auto binary = memoryWorker("\r\n\xff", "rb");
     EXPECT_EQ(binary->getChar(), 13);
     EXPECT_EQ(binary->getChar(), 10);
     EXPECT_EQ(binary->getChar(), 255) << "bytes above 127 must not come back negative";
-}
 
-TEST(FileWorker, GetString) {
     GSString s;
     auto w = memoryWorker("abcdefg\n", "rb");
     EXPECT_EQ(w->getString(&s, 5), 0);
@@ -74,7 +72,6 @@ TEST(FileWorker, GetString) {
     EXPECT_EQ(asString(s), "efg\n") << "the newline stays in the string";
     EXPECT_EQ(w->getString(&s, 0), 1) << "at the end";
     EXPECT_EQ(asString(s), "");
-
     auto lines = memoryWorker("one\r\ntwo", "rb");
     EXPECT_EQ(lines->getString(&s, 0), 0);
     EXPECT_EQ(asString(s), "one\n") << "a binary worker still translates line breaks here";
@@ -83,12 +80,17 @@ TEST(FileWorker, GetString) {
     EXPECT_EQ(asString(s), "two") << "no final newline: the rest, and result 1";
 }
 
-TEST(FileWorker, PutLongAndPutString) {
+TEST(FileWorker, PutLongPutStringAndTheOpenCloseProtocol) {
     auto w = memoryWorker("", "wb");
     EXPECT_EQ(w->putLong(-42, 5), 0);
     EXPECT_EQ(w->putLong(7, 0), 0);
     EXPECT_EQ(w->putLong(INT_MIN, 0), 0);
     EXPECT_EQ(contents(*w), "-000427-2147483648");
+    EXPECT_EQ(w->open(), 1) << "open on an open worker";
+    ASSERT_EQ(w->close(0), 0);
+    EXPECT_EQ(w->close(0), 1) << "close on a closed worker";
+    EXPECT_EQ(contents(*w), "-000427-2147483648") << "closing a memory worker keeps its bytes";
+    EXPECT_EQ(w->putString("x", 0) + w->putLong(1, 0), 2) << "a closed worker writes nothing";
 
     auto text = memoryWorker("", "w");
     EXPECT_EQ(text->putString("a\nb", 1), 0);
@@ -97,16 +99,16 @@ TEST(FileWorker, PutLongAndPutString) {
     EXPECT_EQ(binary->putString("a\nb", 1), 0);
     EXPECT_EQ(contents(*binary), "a\nb\n");
 
-    ASSERT_EQ(w->close(0), 0);
-    EXPECT_EQ(w->putString("x", 0) + w->putLong(1, 0), 2) << "a closed worker writes nothing";
-}
-
-TEST(FileWorker, OpenAndCloseProtocol) {
-    auto w = memoryWorker("abc", "rb");
-    EXPECT_EQ(w->open(), 1) << "open on an open worker";
-    EXPECT_EQ(w->close(0), 0);
-    EXPECT_EQ(w->close(0), 1) << "close on a closed worker";
-    EXPECT_EQ(contents(*w), "abc") << "closing a memory worker keeps its bytes";
+    // A stream worker writes bare LF even in text mode, and "w" replaces the old content.
+    TempFolder folder;
+    writeFile(folder.path("notes.txt"), Bytes(20, 'x'));
+    GSObjectRef<GSFileWorkerStream> stream(new GSFileWorkerStream());
+    stream->setAccessMode("w");
+    stream->setFileSpec(GSFileSpec(GSString::withCopyOf(folder.path("notes.txt").c_str())));
+    ASSERT_EQ(stream->open(), 0);
+    EXPECT_EQ(stream->putString("a\nb", 1) + stream->putLong(-42, 5), 0);
+    ASSERT_EQ(stream->close(0), 0);
+    EXPECT_EQ(readFile(folder.path("notes.txt")), fromHex("61 0a 62 0a 2d 30 30 30 34 32"));
 }
 
 TEST(MemoryWorker, WritingNeverChangesTheCallersArray) {
@@ -142,30 +144,4 @@ TEST(MemoryWorker, SeekClampsAndReadStopsAtTheEnd) {
     EXPECT_EQ(std::string(buffer, 4), "6789");
     EXPECT_EQ(w->readData(buffer, 8), 0);
     EXPECT_EQ(w->eof(), 1);
-}
-
-TEST(StreamWorker, ReadsAndWritesARealFile) {
-    TempFolder folder;
-    GSFileSpec spec(GSString::withCopyOf(folder.path("notes.txt").c_str()));
-    writeFile(folder.path("notes.txt"), Bytes(20, 'x'));
-    GSObjectRef<GSFileWorkerStream> w(new GSFileWorkerStream());
-    w->setAccessMode("w");
-    w->setFileSpec(spec);
-    ASSERT_EQ(w->open(), 0);
-    EXPECT_EQ(w->putString("a\nb", 1), 0);
-    EXPECT_EQ(w->putLong(-42, 5), 0);
-    ASSERT_EQ(w->close(0), 0);
-    Bytes written = readFile(folder.path("notes.txt"));
-    EXPECT_EQ(std::string(written.begin(), written.end()), "a\nb\n-00042")
-        << "a stream worker writes bare LF, and \"w\" replaces the old content";
-
-    w->setAccessMode("rb");
-    ASSERT_EQ(w->open(), 0);
-    ASSERT_EQ(w->seek(4, 0), 0);
-    char buffer[16] = {};
-    EXPECT_EQ(w->readData(buffer, 16), 6);
-    EXPECT_EQ(std::string(buffer, 6), "-00042");
-    EXPECT_EQ(w->tell(), 10);
-    EXPECT_EQ(w->eof(), 1);
-    EXPECT_EQ(w->close(0), 0);
 }

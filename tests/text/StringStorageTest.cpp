@@ -1,12 +1,12 @@
 // StringStorageTest.cpp - GSString's storage forms, sharing, growth and editing.
-#include "AllocationCount.h"
+#include "AllocationCounter.h"
 #include "GSString.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-using text_testing::AllocationsSince;
+using bench_support::allocationCount;
 
 namespace {
 
@@ -17,7 +17,7 @@ std::string text(const GSString& s) {
 } // namespace
 
 TEST(StringStorage, NullEmptyBorrowedAndInlineForms) {
-    AllocationsSince none;
+    const long before = allocationCount();
     GSString null;
     EXPECT_TRUE(null.isNull());
     EXPECT_EQ(null.getSize(), 0);
@@ -44,25 +44,25 @@ TEST(StringStorage, NullEmptyBorrowedAndInlineForms) {
     GSString empty("");
     EXPECT_FALSE(empty.isNull());
     EXPECT_TRUE(empty.isEmpty());
-    EXPECT_EQ(none.count(), 0) << "borrowed and inline texts allocate nothing";
+    EXPECT_EQ(allocationCount() - before, 0) << "borrowed and inline texts allocate nothing";
 }
 
 TEST(StringStorage, InlineUpTo46BytesThenABufferOfTwiceTheNeed) {
     const std::string t46(46, 'x');
     GSString s;
     {
-        AllocationsSince none;
+        const long before = allocationCount();
         for (char c : t46)
             ASSERT_EQ(s.add(c), 0);
         GSString assigned;
         assigned = t46.c_str();
-        EXPECT_EQ(none.count(), 0) << "46 bytes of text fit inline";
+        EXPECT_EQ(allocationCount() - before, 0) << "46 bytes of text fit inline";
         EXPECT_EQ(s.getSize(), 47);
         EXPECT_EQ(assigned.getSize(), 47);
     }
-    AllocationsSince one;
+    const long before = allocationCount();
     ASSERT_EQ(s.add('y'), 0);
-    EXPECT_GT(one.count(), 0);
+    EXPECT_GT(allocationCount() - before, 0);
     EXPECT_EQ(s.getSize(), 96) << "47 bytes and the NUL need 48; the buffer gets twice that";
     EXPECT_EQ(text(s), t46 + "y");
 
@@ -90,11 +90,11 @@ TEST(StringStorage, CopiesShareABufferThatIsNeverWritten) {
     original = long1.c_str();
     const char* bytes = original.getConstAddr();
     {
-        AllocationsSince none;
+        const long before = allocationCount();
         GSString copy(original);
         GSString assigned;
         assigned = copy;
-        EXPECT_EQ(none.count(), 0) << "copies share the buffer";
+        EXPECT_EQ(allocationCount() - before, 0) << "copies share the buffer";
         EXPECT_EQ(copy.getConstAddr(), bytes);
         EXPECT_EQ(assigned.getConstAddr(), bytes);
 
@@ -115,10 +115,11 @@ TEST(StringStorage, CopiesShareABufferThatIsNeverWritten) {
         EXPECT_TRUE(copy.isNull());
         EXPECT_EQ(text(original), long1);
     }
-    AllocationsSince reused;
+    const long before = allocationCount();
     ASSERT_EQ(original.add('c'), 0);
     original.clear();
-    EXPECT_EQ(reused.count(), 0) << "an unshared buffer is written in place and kept by clear";
+    EXPECT_EQ(allocationCount() - before, 0)
+        << "an unshared buffer is written in place and kept by clear";
     EXPECT_EQ(original.getConstAddr(), bytes);
     EXPECT_FALSE(original.isNull());
     EXPECT_EQ(original.getLength(), 0);
@@ -134,11 +135,11 @@ TEST(StringStorage, CopiesShareABufferThatIsNeverWritten) {
 
 TEST(StringStorage, AppendingOneByteAtATimeReallocatesLogarithmically) {
     GSString s;
-    AllocationsSince growth;
+    const long before = allocationCount();
     for (int i = 0; i < 100000; ++i)
         ASSERT_EQ(s.add(static_cast<char>('a' + i % 26)), 0);
     EXPECT_EQ(s.getLength(), 100000);
-    EXPECT_LE(growth.count(), 40) << "growth must double, not add a constant";
+    EXPECT_LE(allocationCount() - before, 40) << "growth must double, not add a constant";
     EXPECT_EQ(s[99999], 'a' + 99999 % 26);
     EXPECT_EQ(s[100000], 0);
 }

@@ -80,19 +80,15 @@ struct SavedVariable {
 } // namespace
 
 TEST(ThumbnailCacheNames, MD5AndURIsMatchWhatDesktopsCompute) {
-    // RFC 1321's test suite.
+    // From RFC 1321's test suite: empty, one block, and more than one block (the padding past 56
+    // bytes, a whole block of data).
     EXPECT_EQ(md5(""), "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(md5("a"), "0cc175b9c0f1b6a831c399e269772661");
     EXPECT_EQ(md5("abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(md5("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
-    EXPECT_EQ(md5("abcdefghijklmnopqrstuvwxyz"), "c3fcd3d76192e4007dfb496cca67e13b");
     EXPECT_EQ(md5("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
               "d174ab98d277d9f5a5611c2c9f419d9f");
-    std::string digits;
-    for (int i = 0; i < 8; ++i)
-        digits += "1234567890";
-    EXPECT_EQ(md5(digits), "57edf4a22be3c955ac49da2e2107b67a");
-
+    EXPECT_EQ(md5("1234567890123456789012345678901234567890123456789012345678901234567890123456"
+                  "7890"),
+              "57edf4a22be3c955ac49da2e2107b67a");
     // The freedesktop standard's own example.
     EXPECT_EQ(GSFileURI("/home/jens/photos/me.png"), "file:///home/jens/photos/me.png");
     EXPECT_EQ(GSCacheEntryName("file:///home/jens/photos/me.png"),
