@@ -23,6 +23,7 @@
 
 class GSFile;
 class GSNumericStringTable;
+class GSStringTable;
 // The platform conversions exist on Apple platforms only (GSString_apple.mm); the Linux syntax
 // check of the Apple sources (tests/apple-headers) declares them too.
 #if defined(__APPLE__) || defined(GS_APPLE_SYNTAX_CHECK)
@@ -47,8 +48,9 @@ public:
     static constexpr long kInlineSize = 47;
 
     static const GSString null;
-    // The texts that load() and GSString(int) look up by number.
+    // The texts that load() and GSString(int) look up by number, and texts looked up by text.
     static GSNumericStringTable _numericStringTable;
+    static GSStringTable _stringTable;
 
     // ---------------------------------------------------------------- construction
     // The null string, tagged UTF-8.
@@ -171,8 +173,48 @@ public:
     // target cannot represent were dropped.
     short convertEncoding(int target);
 
-    // Bytewise three-way comparison (the null string sorts like the empty one).
+    // ---------------------------------------------------------------- numbers (GSStringNumbers.cpp)
+    // Appends value in decimal. |width| is a field width counting digits only, never the sign:
+    // a negative width pads with zeros after the sign, a positive one with spaces before it.
+    short addLong(int value, int width);
+    short addLongLong(long long value, int width);
+    void setLongValue(int value);
+    // Appends value with at most `decimals` fractional digits and no trailing zeros, rounded by
+    // 0.49 units of the last place. *scale (may be null) receives minus the number of fractional
+    // places before the zeros were cut. 0, or 1 when an insert failed.
+    short addCompactDouble(double value, int decimals, int* scale);
+    short addCompactFloat(float value, int decimals, int* scale);
+    // Removes trailing bytes c; for '.' also a trailing ellipsis (UTF-8 U+2026, Mac byte 0xC9).
+    void removeTrailingChar(char c);
+    // The first index at or after `index` that is not white space (3, 7, 9, 10, 12, 13, 32,
+    // U+200B, each with its combining marks).
+    long skipWhiteSpace(long index) const;
+    // Reads "-"? "+"? digits at `index`. Accumulation stops once the value reaches 214748364,
+    // later digits are consumed but ignored. *end: past the last digit consumed; *digitsEnd:
+    // past the last digit added. Either pointer may be null.
+    int getBasicLongValue(long index, long* end, long* digitsEnd) const;
+    int getLongValue(long index, long* end) const;
+
+    // ---------------------------------------------------------------- comparison (GSStringCompare.cpp)
+    // Full ordering: empty and null first and equal; single-byte texts of one tag by bytes,
+    // everything else by code points after decomposition, so a precomposed letter equals its
+    // base letter followed by the mark.
     int compareValue(const GSString& other) const;
+    // Code points upper-cased with toupper; the count limits the bytes of this string compared
+    // (negative: all of it).
+    int compareValueCaseless(const GSString& other) const;
+    int compareValueCountCaseless(const GSString& other, long count) const;
+    // strcmp of the bytes; null equals empty.
+    int compareValueSimple(const GSString& other) const;
+    int compareValueSimple(const char* text) const;
+    // True when the first n bytes are equal (strncmp); a side without bytes only equals another.
+    bool isEqualCount(const GSString& other, long n) const;
+    // Byte searches (for ASCII characters): the index found, or -1.
+    long findChar(char c, long from) const;
+    long findCharRev(char c) const;
+    // `count` bytes from `start` (negative: to the end) as a new string with this tag; the
+    // caller keeps both within the text.
+    GSString getSubstring(long start, long count) const;
     bool operator==(const GSString& other) const { return compareValue(other) == 0; }
     bool operator==(const char* text) const { return compareValue(GSString(text)) == 0; }
 
