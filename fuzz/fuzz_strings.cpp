@@ -1,11 +1,13 @@
 // fuzz_strings.cpp - the text layer on arbitrary bytes: GSUTF8ReadChar in both modes, the
-// character enumerator in all four walks, the index rules and GSString::convertEncoding between
-// arbitrary tags.
+// character enumerator in all four walks, the index rules, GSString::convertEncoding between
+// arbitrary tags, string records in both file layouts, and the comparisons, searches and number
+// operations on what they hold.
 //
 // Input: byte 0 the string's tag, byte 1 the conversion's target tag (below 0x80 one of the
 // framework's tags, from 0x80 up the byte itself, so that unknown tags are tried too), byte 2
 // a code point selector for addUnicodeChar, then the text. The text is copied into heap
 // blocks of exactly its size, so that a read past its end or past its NUL is an ASan report.
+#include "FuzzInput.h"
 #include "GSString.h"
 #include "GSStringUniCharEnumerator.h"
 #include "GSUTF8.h"
@@ -58,6 +60,61 @@ void checkTerminated(const GSString& s) {
     if (p) require(p[s.getLength()] == 0);
 }
 
+// The operations that sorted tables, dictionaries and number fields run on texts from files.
+void compareAndParse(const GSString& a, const GSString& b, long count) {
+    require(a.compareValue(a) == 0);
+    int ab = a.compareValue(b);
+    int ba = b.compareValue(a);
+    require((ab > 0) == (ba < 0) && (ab == 0) == (ba == 0));
+    a.compareValueCaseless(b);
+    a.compareValueCountCaseless(b, count);
+    a.compareValueSimple(b);
+    a.isEqualCount(b, count);
+    long length = a.getLength();
+    require(a.skipWhiteSpace(0) <= length);
+    long end, digitsEnd;
+    a.getBasicLongValue(0, &end, &digitsEnd);
+    require(digitsEnd <= end && end <= length);
+    a.getLongValue(count % (length + 1), nullptr);
+    long at = a.findChar('.', 0);
+    require(at >= -1 && at <= length);
+    require(a.findCharRev('/') < length || length == 0);
+    GSString part = a.getSubstring(at < 0 ? 0 : at, -1);
+    checkTerminated(part);
+    part.removeTrailingChar('.');
+    part.addLong(static_cast<int>(count), static_cast<int>(count % 64) - 32);
+    checkTerminated(part);
+}
+
+// String records read until the first failure, in the classic layout and in the 64-bit one
+// (which a merging write switches on), with every read string checked as above.
+void readRecords(const uint8_t* data, size_t size, long count) {
+    GSString previous("seed");
+    {
+        GSFile file;
+        openMemoryFile(&file, data, size);
+        GSString s;
+        for (int i = 0; i < 64 && s.read(&file) == 0; ++i) {
+            checkTerminated(s);
+            compareAndParse(s, previous, count);
+            previous = s;
+        }
+    }
+    GSFile file;
+    openMemoryFile(&file, nullptr, 0);
+    if (file.startObjectMergingWrite(1)) return;
+    long start = file.tell();
+    if (size && file.write(data, static_cast<long>(size))) return;
+    file.seek(start, 0);
+    GSString s;
+    for (int i = 0; i < 64 && s.read(&file) == 0; ++i) {
+        checkTerminated(s);
+        compareAndParse(s, previous, count);
+        previous = s;
+    }
+    file.stopObjectMergingWrite();
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -108,5 +165,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     converted.addUnicodeChar(extra);
     converted.add(borrowed);
     checkTerminated(converted);
+
+    compareAndParse(own, converted, static_cast<long>(extra % 97) - 3);
+    double number = 0;
+    if (n >= 8) std::memcpy(&number, text, sizeof number);
+    converted.addCompactDouble(number, static_cast<int>(extra % 23) - 3, nullptr);
+    checkTerminated(converted);
+    readRecords(text, static_cast<size_t>(n), static_cast<long>(extra % 97) - 3);
     return 0;
 }

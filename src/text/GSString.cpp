@@ -430,9 +430,3 @@ long GSString::insertCharInString(long at, long outAt, GSString* out) const {
         out->_insert(std::min(outAt, out->getLength()), p, n);
     return at + n;
 }
-
-int GSString::compareValue(const GSString& other) const {
-    const char* a = getConstAddr() ? getConstAddr() : "";
-    const char* b = other.getConstAddr() ? other.getConstAddr() : "";
-    return std::strcmp(a, b);
-}
