@@ -79,7 +79,7 @@ TEST_F(CommandLine, InfoDescribesEveryKindOfFile) {
         r.out.find("{\"file\": \"" + path("doc.etd") +
                    "\", \"type\": \"document\", \"version\": 512, \"preview\": {\"kind\": 2, "
                    "\"format\": \"jpeg\", \"width\": 64, \"height\": 48, \"info\": 0, \"bytes\": " +
-                   std::to_string(jpeg.size()) + "}}\n"),
+                   std::to_string(jpeg.size()) + "}, \"objects\": null}\n"),
         std::string::npos)
         << r.out;
     EXPECT_NE(r.out.find("\"type\": \"selection\", \"version\": 770, \"preview\": null"),
@@ -88,6 +88,14 @@ TEST_F(CommandLine, InfoDescribesEveryKindOfFile) {
               std::string::npos);
     EXPECT_NE(r.err.find("ember-tide: " + path("missing.etd") + ": cannot open"), std::string::npos)
         << r.err;
+
+    // From version 3 on, the object table is taken stock of.
+    runTool({"create", "--version", "3.0", "--store", "record", path("pic.jpg"), path("v3.etd")});
+    ToolRun v3 = runTool({"info", "--json", path("v3.etd")});
+    EXPECT_NE(v3.out.find("\"objects\": {\"entries\": 1, \"unreadable\": 0, \"classes\": "
+                          "{\"GSMemPicData\": 1}}}"),
+              std::string::npos)
+        << v3.out;
 
     ToolRun text = runTool({"info", path("doc.etd")});
     EXPECT_EQ(text.status, 0);

@@ -1,4 +1,5 @@
 // Info.cpp - `ember-tide info [--json] FILE...`: what each file is and what preview it carries.
+#include "Inventory.h"
 #include "Tool.h"
 
 #include <cstring>
@@ -16,11 +17,32 @@ const char* kInfoHelp =
     "  --json   one JSON object per line:\n"
     "           {\"file\", \"type\": \"document\"|\"selection\"|\"unknown\", \"version\",\n"
     "            \"preview\": null or {\"kind\", \"format\", \"width\", \"height\", \"info\", "
-    "\"bytes\"}}\n"
+    "\"bytes\"},\n"
+    "            \"objects\": null or {\"entries\", \"unreadable\", \"classes\": {NAME: COUNT}}}\n"
+    "           \"objects\" counts the object table of documents of version 3 and later:\n"
+    "           its entries, those without a readable record, and the class names.\n"
     "\n"
     "Exit status: 0, or 2 when a file cannot be opened.\n"
     "Example: ember-tide info --json photo.etd\n";
 
+// The byte count of a well-formed UTF-8 character at text[i] (no overlong forms, surrogates or
+// code points above U+10FFFF), or 0.
+size_t wellFormedUTF8(const std::string& text, size_t i) {
+    auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
+    unsigned char c = byte(i);
+    size_t n = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 ? 2 : 0;
+    if (c > 0xF4 || n == 0 || i + n > text.size()) return 0;
+    for (size_t k = 1; k < n; ++k)
+        if ((byte(i + k) & 0xC0) != 0x80) return 0;
+    unsigned next = byte(i + 1);
+    if ((c == 0xE0 && next < 0xA0) || (c == 0xED && next >= 0xA0) || (c == 0xF0 && next < 0x90) ||
+        (c == 0xF4 && next >= 0x90))
+        return 0;
+    return n;
+}
+
+// A JSON string. File and class names are bytes: what is not well-formed UTF-8 is written as
+// U+FFFD, so that every line stays valid JSON.
 void appendJSONString(std::string* out, const std::string& text) {
     static const char* hex = "0123456789abcdef";
     out->push_back('"');
@@ -33,8 +55,13 @@ void appendJSONString(std::string* out, const std::string& text) {
             out->append("\\u00");
             out->push_back(hex[c >> 4]);
             out->push_back(hex[c & 15]);
-        } else {
+        } else if (c < 0x80) {
             out->push_back(static_cast<char>(c));
+        } else if (size_t n = wellFormedUTF8(text, i)) {
+            out->append(text, i, n);
+            i += n - 1;
+        } else {
+            out->append("\\ufffd");
         }
     }
     out->push_back('"');
@@ -48,37 +75,59 @@ const char* typeName(const DocumentPreview& d) {
     return !d.recognised ? "unknown" : d.selection ? "selection" : "document";
 }
 
-std::string jsonLine(const std::string& file, const DocumentPreview& d) {
+std::string jsonObjects(const ObjectInventory& inventory) {
+    if (!inventory.present) return "null";
+    std::string out = "{\"entries\": " + std::to_string(inventory.entries) +
+                      ", \"unreadable\": " + std::to_string(inventory.unreadable) +
+                      ", \"classes\": {";
+    const char* separator = "";
+    for (const auto& [name, count] : inventory.classes) {
+        out += separator;
+        appendJSONString(&out, name);
+        out += ": " + std::to_string(count);
+        separator = ", ";
+    }
+    return out + "}}";
+}
+
+std::string jsonPreview(const DocumentPreview& d) {
+    if (!d.hasPreview) return "null";
+    auto orNull = [](bool known, int value) { return known ? std::to_string(value) : "null"; };
+    return "{\"kind\": " + std::to_string(d.kind) + ", \"format\": \"" + formatName(d.kind) +
+           "\", \"width\": " + orNull(d.sizeKnown, d.size.width) +
+           ", \"height\": " + orNull(d.sizeKnown, d.size.height) +
+           ", \"info\": " + orNull(d.infoKnown, d.infoValue) +
+           ", \"bytes\": " + std::to_string(d.bytes.getSize()) + "}";
+}
+
+std::string jsonLine(const std::string& file, const DocumentPreview& d,
+                     const ObjectInventory& inventory) {
     std::string out = "{\"file\": ";
     appendJSONString(&out, file);
     out += ", \"type\": \"";
     out += typeName(d);
     out += "\", \"version\": ";
     out += d.recognised && d.versionKnown ? std::to_string(d.version) : "null";
-    out += ", \"preview\": ";
-    if (!d.hasPreview) {
-        out += "null}";
-        return out;
-    }
-    auto orNull = [](bool known, int value) { return known ? std::to_string(value) : "null"; };
-    out += "{\"kind\": " + std::to_string(d.kind) + ", \"format\": \"" + formatName(d.kind) +
-           "\", \"width\": " + orNull(d.sizeKnown, d.size.width) +
-           ", \"height\": " + orNull(d.sizeKnown, d.size.height) +
-           ", \"info\": " + orNull(d.infoKnown, d.infoValue) +
-           ", \"bytes\": " + std::to_string(d.bytes.getSize()) + "}}";
-    return out;
+    out += ", \"preview\": " + jsonPreview(d);
+    out += ", \"objects\": " + jsonObjects(inventory);
+    return out + "}";
 }
 
 std::string textLine(const std::string& file, const DocumentPreview& d) {
     std::string out = file + ": ";
     if (!d.recognised) return out + "not an Ember Tide document";
     out += typeName(d);
-    if (d.versionKnown) out += ", version " + versionText(d.version);
-    else out += ", version unreadable";
+    if (d.versionKnown)
+        out += ", version " + versionText(d.version);
+    else
+        out += ", version unreadable";
     if (!d.hasPreview) return out + ", no preview";
-    out += std::string(", preview ") + formatName(d.kind) + " (kind " + std::to_string(d.kind) + ")";
-    if (d.sizeKnown) out += " " + std::to_string(d.size.width) + "x" + std::to_string(d.size.height);
-    else out += " of unstated size";
+    out +=
+        std::string(", preview ") + formatName(d.kind) + " (kind " + std::to_string(d.kind) + ")";
+    if (d.sizeKnown)
+        out += " " + std::to_string(d.size.width) + "x" + std::to_string(d.size.height);
+    else
+        out += " of unstated size";
     return out + ", " + std::to_string(d.bytes.getSize()) + " bytes";
 }
 
@@ -93,14 +142,16 @@ int runInfo(int argc, char** argv) {
             std::fputs(kInfoHelp, stdout);
             return kOK;
         }
-        if (std::strcmp(a, "--json") == 0) json = true;
+        if (std::strcmp(a, "--json") == 0)
+            json = true;
         else if (std::strcmp(a, "--") == 0) {
             ++first;
             break;
         } else if (a[0] == '-' && a[1] != 0) {
             usageError("info", std::string("unknown option ") + a);
             return kUsage;
-        } else break;
+        } else
+            break;
     }
     if (first >= argc) {
         usageError("info", "no FILE given");
@@ -116,7 +167,9 @@ int runInfo(int argc, char** argv) {
             continue;
         }
         if (!d.problem.empty()) message(file, d.problem);
-        std::string line = json ? jsonLine(file, d) : textLine(file, d);
+        std::string line =
+            json ? jsonLine(file, d, d.recognised ? readObjectInventory(file) : ObjectInventory())
+                 : textLine(file, d);
         std::printf("%s\n", line.c_str());
     }
     return status;
