@@ -1,35 +1,29 @@
 // Cache.cpp - `ember-tide cache`: fills the desktop's thumbnail cache for whole folders, on a
 // fixed pool of worker threads, with a progress line on a terminal.
 //
-// The walk comes first (single-threaded; it gives the total for the progress line), then the
-// workers take files from a shared index. Each file is opened once to read its identifier;
-// only documents go further. A signal (Ctrl-C) sets a flag that the walk and the workers check
-// between steps: a worker that has rendered a thumbnail when it sees the flag drops it, and one
-// that is writing finishes the write and the rename, so the cache never holds half an entry.
+// The walk comes first (CacheWalk.h; it gives the total for the progress line), then the
+// workers take files from a shared index and hand each to the filler (CacheFiller.h). A signal
+// (Ctrl-C) sets the flag of CacheStop.h, which the walk and the workers check between steps.
+#include "CacheFiller.h"
+#include "CacheStop.h"
+#include "CacheWalk.h"
 #include "GSThumbnailCache.h"
-#include "GSThumbnailRenderer.h"
 #include "Tool.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <condition_variable>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
-#include <dirent.h>
-#include <fcntl.h>
-#include <filesystem>
 #include <mutex>
 #include <sched.h>
-#include <set>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -68,27 +62,7 @@ const char* kCacheHelp =
     "cache folder cannot be made.\n"
     "Example: ember-tide cache --size large ~/Pictures\n";
 
-constexpr const char* kMimeType = "application/x-ember-tide-document";
-// GNOME's thumbnail factory reads failure entries from this folder only: the desktop that would
-// run our thumbnailer, see it fail and record the failure here itself.
-constexpr const char* kGnomeFailFolder = "gnome-thumbnail-factory";
 constexpr int kMaxJobs = 1024;
-
-// Set by the signal handler, read by everyone; lock-free, so the handler may store into it.
-std::atomic<int> stopSignal{0};
-static_assert(std::atomic<int>::is_always_lock_free);
-
-extern "C" void onStopSignal(int signal) {
-    stopSignal.store(signal);
-}
-
-bool stopping() {
-    return stopSignal.load() != 0;
-}
-
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
 
 struct Options {
     const GSCacheSize* size = GSFindCacheSize("large");
@@ -159,250 +133,6 @@ int coreCount() {
     return n > 0 ? static_cast<int>(n) : 1;
 }
 
-// An absolute path without "." and ".." components or a trailing slash, as a file manager
-// shows it (symbolic links are kept: the URI is the one the user browses).
-std::string absolutePath(const std::string& path) {
-    std::filesystem::path p(path);
-    if (p.is_relative()) p = std::filesystem::current_path() / p;
-    std::string normal = p.lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/')
-        normal.pop_back();
-    return normal;
-}
-
-// ---------------------------------------------------------------- the walk
-
-struct FolderID {
-    dev_t device;
-    ino_t inode;
-    auto operator<=>(const FolderID&) const = default;
-};
-
-// Collects the regular files under the PATHs. Folders are entered once each (by device and
-// inode, which also stops loops made by bind mounts); symbolic links to folders are never
-// followed, and links to files only when the file lies inside one of the PATHs.
-class Walker {
-public:
-    explicit Walker(const std::string& cacheRoot) {
-        struct stat st;
-        if (::stat(cacheRoot.c_str(), &st) == 0) cacheFolder = {st.st_dev, st.st_ino};
-    }
-
-    void addRoot(const std::string& path, const struct stat& st) {
-        if (S_ISDIR(st.st_mode)) {
-            if (char* real = ::realpath(path.c_str(), nullptr)) {
-                trees.emplace_back(real);
-                std::free(real);
-            }
-            folders.push_back(path);
-        } else if (S_ISREG(st.st_mode)) {
-            addFile(path);
-        }
-    }
-
-    void walk() {
-        for (const std::string& root : folders)
-            walkFolder(root);
-    }
-
-    std::vector<std::string> files;
-    long unreadableFolders = 0;
-
-private:
-    void addFile(const std::string& path) {
-        if (known.insert(path).second) files.push_back(path);
-    }
-
-    bool enterOnce(const struct stat& st) {
-        FolderID id{st.st_dev, st.st_ino};
-        return id != cacheFolder && seen.insert(id).second;
-    }
-
-    bool insideTrees(const std::string& real) const {
-        for (const std::string& tree : trees)
-            if (real == tree || tree == "/" ||
-                (real.size() > tree.size() && real.compare(0, tree.size(), tree) == 0 &&
-                 real[tree.size()] == '/'))
-                return true;
-        return false;
-    }
-
-    void followLink(const std::string& path) {
-        struct stat st;
-        if (::stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return; // dangling, or a folder
-        char* real = ::realpath(path.c_str(), nullptr);
-        if (!real) return;
-        bool inside = insideTrees(real);
-        std::free(real);
-        if (inside) addFile(path);
-    }
-
-    void walkFolder(const std::string& root) {
-        struct stat st;
-        if (::stat(root.c_str(), &st) != 0 || !enterOnce(st)) return;
-        std::vector<std::string> pending{root};
-        while (!pending.empty() && !stopping()) {
-            std::string folder = std::move(pending.back());
-            pending.pop_back();
-            DIR* dir = ::opendir(folder.c_str());
-            if (!dir) {
-                message(folder, "cannot read the folder: " + errorText(errno));
-                ++unreadableFolders;
-                continue;
-            }
-            std::string prefix = folder == "/" ? folder : folder + "/";
-            while (dirent* entry = ::readdir(dir)) {
-                const char* name = entry->d_name;
-                if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) continue;
-                std::string child = prefix + name;
-                unsigned char type = entry->d_type;
-                struct stat childStat;
-                bool statted = false;
-                if (type == DT_UNKNOWN || type == DT_DIR) {
-                    if (::lstat(child.c_str(), &childStat) != 0) continue;
-                    statted = true;
-                    type = S_ISDIR(childStat.st_mode)   ? DT_DIR
-                           : S_ISREG(childStat.st_mode) ? DT_REG
-                           : S_ISLNK(childStat.st_mode) ? DT_LNK
-                                                        : DT_UNKNOWN;
-                }
-                if (type == DT_DIR) {
-                    if (statted && enterOnce(childStat)) pending.push_back(std::move(child));
-                } else if (type == DT_REG) {
-                    addFile(child);
-                } else if (type == DT_LNK) {
-                    followLink(child);
-                }
-            }
-            ::closedir(dir);
-        }
-    }
-
-    std::vector<std::string> folders;
-    std::vector<std::string> trees; // the folder PATHs with every link resolved
-    std::set<FolderID> seen;
-    FolderID cacheFolder{0, 0};
-    std::unordered_set<std::string> known;
-};
-
-// ---------------------------------------------------------------- one file
-
-enum class Outcome { kWritten, kUpToDate, kFailed, kNotOurs, kAbandoned };
-
-class Filler {
-public:
-    Filler(const Options& options, const std::string& cacheRoot, bool progressLine)
-        : options(options), sizeFolder(cacheRoot + "/" + options.size->name),
-          failFolder(cacheRoot + "/fail/ember-tide-" ET_VERSION),
-          gnomeFailFolder(cacheRoot + "/fail/" + kGnomeFailFolder), progressLine(progressLine) {}
-
-    std::string makeFolders() const {
-        for (const std::string* folder : {&sizeFolder, &failFolder}) {
-            std::string problem = GSMakePrivateFolders(*folder);
-            if (!problem.empty()) return *folder + ": " + problem;
-        }
-        return {};
-    }
-
-    Outcome process(const std::string& path) {
-        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-        if (fd < 0) {
-            report(path, "cannot read: " + errorText(errno));
-            return Outcome::kFailed;
-        }
-        struct stat st;
-        unsigned char head[kGSIdentifierBytes];
-        ssize_t n = 0;
-        bool statted = ::fstat(fd, &st) == 0;
-        int error = statted ? 0 : errno;
-        if (statted && S_ISREG(st.st_mode)) {
-            do {
-                n = ::read(fd, head, sizeof head);
-            } while (n < 0 && errno == EINTR);
-            if (n < 0) error = errno;
-        }
-        ::close(fd);
-        if (error) {
-            report(path, "cannot read: " + errorText(error));
-            return Outcome::kFailed;
-        }
-        if (!S_ISREG(st.st_mode) || !GSStartsAsDocument(head, static_cast<size_t>(n)))
-            return Outcome::kNotOurs;
-
-        const long long mtime = st.st_mtime;
-        const std::string uri = GSFileURI(path);
-        const std::string name = GSCacheEntryName(uri);
-        if (!options.force) {
-            if (GSCacheEntryIsCurrent(sizeFolder + "/" + name, uri, mtime))
-                return Outcome::kUpToDate;
-            if (GSCacheEntryIsCurrent(failFolder + "/" + name, uri, mtime)) {
-                report(path, "no usable preview (a failure recorded earlier; --force tries again)");
-                return Outcome::kFailed;
-            }
-        }
-        if (stopping()) return Outcome::kAbandoned;
-
-        GSThumbnailRequest request;
-        request.path = path;
-        request.maxSize = options.size->pixels;
-        request.text = {{"Thumb::URI", uri},
-                        {"Thumb::MTime", std::to_string(mtime)},
-                        {"Thumb::Size", std::to_string(static_cast<long long>(st.st_size))},
-                        {"Thumb::Mime", kMimeType},
-                        {"Software", "ember-tide " ET_VERSION}};
-        GSThumbnailResult result = GSRenderThumbnail(request);
-        if (stopping()) return Outcome::kAbandoned;
-
-        switch (result.status) {
-        case GSThumbnailStatus::kOK: {
-            std::string problem = GSWriteCacheEntry(sizeFolder, name, result.png);
-            if (!problem.empty()) {
-                report(path, "cannot write its thumbnail in " + sizeFolder + ": " + problem);
-                return Outcome::kFailed;
-            }
-            ::unlink((failFolder + "/" + name).c_str()); // an earlier failure no longer holds
-            return Outcome::kWritten;
-        }
-        case GSThumbnailStatus::kCannotOpen:
-            // The standard keeps nothing, failure entries included, for files that cannot be read.
-            report(path, "cannot read: " + result.message);
-            return Outcome::kFailed;
-        case GSThumbnailStatus::kNoPreview:
-        case GSThumbnailStatus::kUndecodable:
-            break;
-        }
-        report(path, result.message);
-        std::vector<unsigned char> entry = GSMakeFailureEntry(uri, mtime, "ember-tide " ET_VERSION);
-        for (const std::string* folder : {&failFolder, &gnomeFailFolder}) {
-            std::string problem = GSMakePrivateFolders(*folder);
-            if (problem.empty()) problem = GSWriteCacheEntry(*folder, name, entry);
-            if (!problem.empty())
-                report(path, "cannot record the failure in " + *folder + ": " + problem);
-        }
-        return Outcome::kFailed;
-    }
-
-    // Messages share the terminal with the progress line: the line is cleared first and drawn
-    // again at the next tick.
-    void report(const std::string& path, const std::string& what) {
-        std::lock_guard<std::mutex> lock(outputMutex);
-        if (progressLine) {
-            std::fputs("\r\033[K", stdout);
-            std::fflush(stdout);
-        }
-        message(path, what);
-    }
-
-    std::mutex outputMutex;
-
-private:
-    const Options& options;
-    const std::string sizeFolder, failFolder, gnomeFailFolder;
-    const bool progressLine;
-};
-
-// ---------------------------------------------------------------- progress and the pool
-
 struct Counts {
     std::atomic<long> written{0}, upToDate{0}, failed{0}, notOurs{0}, done{0};
 };
@@ -426,29 +156,6 @@ void drawProgress(long done, long total, double seconds, bool last) {
     std::fflush(stdout);
 }
 
-class SignalGuard {
-public:
-    SignalGuard() {
-        struct sigaction action;
-        std::memset(&action, 0, sizeof action);
-        action.sa_handler = onStopSignal;
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = SA_RESTART;
-        for (size_t i = 0; i < std::size(kSignals); ++i)
-            ::sigaction(kSignals[i], &action, &previous[i]);
-    }
-    ~SignalGuard() {
-        for (size_t i = 0; i < std::size(kSignals); ++i)
-            ::sigaction(kSignals[i], &previous[i], nullptr);
-    }
-    SignalGuard(const SignalGuard&) = delete;
-    SignalGuard& operator=(const SignalGuard&) = delete;
-
-private:
-    static constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-    struct sigaction previous[std::size(kSignals)];
-};
-
 } // namespace
 
 int runCache(int argc, char** argv) {
@@ -466,28 +173,28 @@ int runCache(int argc, char** argv) {
         struct stat st;
         std::string absolute = absolutePath(path);
         if (::stat(absolute.c_str(), &st) != 0) {
-            message(path, errorText(errno));
+            message(path, std::generic_category().message(errno));
             return kUsage;
         }
         roots.emplace_back(absolute, st);
     }
 
     const bool progressLine = !options.json && ::isatty(STDOUT_FILENO);
-    Filler filler(options, cacheRoot, progressLine);
+    CacheFiller filler(options.size, options.force, cacheRoot, progressLine);
     if (std::string problem = filler.makeFolders(); !problem.empty()) {
         std::fprintf(stderr, "ember-tide: cannot make the thumbnail cache folder %s\n",
                      problem.c_str());
         return kUsage;
     }
 
-    stopSignal.store(0);
+    resetStop();
     SignalGuard signals;
     const auto start = std::chrono::steady_clock::now();
     auto elapsed = [&] {
         return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     };
 
-    Walker walker(cacheRoot);
+    CacheWalker walker(cacheRoot);
     for (const auto& [path, st] : roots)
         walker.addRoot(path, st);
     walker.walk();
@@ -505,19 +212,19 @@ int runCache(int argc, char** argv) {
             long i = next.fetch_add(1);
             if (i >= total || stopping()) break;
             switch (filler.process(files[static_cast<size_t>(i)])) {
-            case Outcome::kWritten:
+            case CacheOutcome::kWritten:
                 ++counts.written;
                 break;
-            case Outcome::kUpToDate:
+            case CacheOutcome::kUpToDate:
                 ++counts.upToDate;
                 break;
-            case Outcome::kFailed:
+            case CacheOutcome::kFailed:
                 ++counts.failed;
                 break;
-            case Outcome::kNotOurs:
+            case CacheOutcome::kNotOurs:
                 ++counts.notOurs;
                 break;
-            case Outcome::kAbandoned:
+            case CacheOutcome::kAbandoned:
                 continue;
             }
             ++counts.done;
@@ -546,7 +253,7 @@ int runCache(int argc, char** argv) {
         t.join();
     const double seconds = elapsed();
 
-    const int signal = stopSignal.load();
+    const int signal = stopSignalNumber();
     if (progressLine) {
         drawProgress(counts.done, total, seconds, true);
         std::printf("\n%ld written, %ld up to date, %ld failed, %ld not Ember Tide documents\n",

@@ -1,0 +1,42 @@
+// CacheFiller.h - one file of `ember-tide cache`: recognise, check, render, store.
+//
+// Each file is opened once to read its identifier; only documents go further. An entry whose
+// Thumb::URI and Thumb::MTime match the file is up to date (unless forced). A document without a
+// usable preview gets a failure entry in our own failure folder and in GNOME's, the only one
+// GNOME reads, so that desktops stop retrying it until it changes. A worker that sees the stop
+// flag after rendering drops the thumbnail; one that is writing finishes the write and the
+// rename, so the cache never holds half an entry. Used by several worker threads at once.
+#pragma once
+
+#include "GSThumbnailCache.h"
+
+#include <mutex>
+#include <string>
+
+namespace tool {
+
+enum class CacheOutcome { kWritten, kUpToDate, kFailed, kNotOurs, kAbandoned };
+
+class CacheFiller {
+public:
+    CacheFiller(const GSCacheSize* size, bool force, const std::string& cacheRoot,
+                bool progressLine);
+
+    // Makes the size and failure folders; an empty text, or what went wrong.
+    std::string makeFolders() const;
+    CacheOutcome process(const std::string& path);
+    // Messages share the terminal with the progress line: the line is cleared first and drawn
+    // again at the next tick.
+    void report(const std::string& path, const std::string& what);
+
+    // Held while anything is written to the terminal.
+    std::mutex outputMutex;
+
+private:
+    const GSCacheSize* size;
+    const bool force;
+    const std::string sizeFolder, failFolder, gnomeFailFolder;
+    const bool progressLine;
+};
+
+} // namespace tool
