@@ -15,7 +15,9 @@
 
 template <class T> class GSDynaArray {
 public:
-    explicit GSDynaArray(long growBy = -100) : grow(growBy) {}
+    // constexpr, so that static tables built on an array are constant-initialised (no storage
+    // is allocated until the first element arrives).
+    constexpr explicit GSDynaArray(long growBy = -100) noexcept : grow(growBy) {}
     GSDynaArray(const GSDynaArray& other) : grow(other.grow), data(other.data) {
         if (data) data->addReference();
     }

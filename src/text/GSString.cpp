@@ -6,6 +6,7 @@
 #include "GSString.h"
 
 #include "GSNumericStringTable.h"
+#include "GSStringTable.h"
 #include "GSUTF8.h"
 
 #include <algorithm>
@@ -14,7 +15,10 @@
 #include <utility>
 
 constinit const GSString GSString::null;
+// Constant-initialised (no storage until the first entry), so that classes registering texts
+// from static initialisers in other files, and load() called that early, find them ready.
 constinit GSNumericStringTable GSString::_numericStringTable;
+constinit GSStringTable GSString::_stringTable;
 
 namespace {
 
