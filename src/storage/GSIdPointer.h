@@ -6,12 +6,17 @@
 // a reference of its own, the caller keeps its one), `operator=(void*)` adopts (the holder takes
 // over the caller's reference, as the GSURLCreate... functions return it). The reference
 // counting itself is the platform's: GSIdRetain and GSIdRelease are defined beside the GSURL
-// functions of each platform.
+// functions of each platform (Core Foundation's on Apple platforms, the URL object's own atomic
+// count elsewhere), so holders on different threads may share an object.
 #pragma once
 
-// One more / one less reference to a platform object; null is ignored.
+// One more / one less reference to a platform object; null is ignored. The last release frees
+// the object.
 void GSIdRetain(const void* object);
 void GSIdRelease(const void* object);
+// The object's current reference count (0 for null): for diagnostics and tests, never for
+// deciding ownership.
+long GSIdGetRetainCount(const void* object);
 
 class GSIdPointer {
 public:

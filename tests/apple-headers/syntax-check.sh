@@ -5,11 +5,13 @@
 # src/thumbnail/ThumbnailProvider.mm with clang
 # (-fsyntax-only, ARC, blocks, the project's warnings as errors) against GNUstep's Foundation
 # headers and the declarations beside this script of the Apple-only frameworks (Core
-# Foundation, CoreGraphics, QuickLookThumbnailing). Then it proves that the check can fail: it
-# compiles copies of those files with one deliberate fault each (a wrong selector, a wrong
-# type, a missing bridged cast, ...) and expects every copy to be rejected. Last, it generates
-# the Apple branch of CMakeLists.txt with CMake's Darwin platform files and checks the bundle
-# descriptions in packaging/macos/ against each other, the sources and the generated bundles.
+# Foundation, CoreGraphics, QuickLookThumbnailing) and of the few Foundation methods that
+# GNUstep lacks (Foundation/Foundation.h here adds them to GNUstep's). Then it proves that the
+# check can fail: it compiles copies of those files with one deliberate fault each (a wrong
+# selector, a wrong type, a missing bridged cast, ...) and expects every copy to be rejected.
+# Last, it generates the Apple branch of CMakeLists.txt with CMake's Darwin platform files and
+# checks the bundle descriptions in packaging/macos/ against each other, the sources and the
+# generated bundles.
 #
 # Installs nothing (`make deps-apple-check` does). Exits 0 with a "skipped: ..." line when
 # clang or the GNUstep headers are missing, non-zero when anything is rejected that should pass
@@ -113,6 +115,9 @@ expect_rejected $provider "a plain int for the rendering intent" '0,/kCGRenderin
 expect_rejected $provider "an object pointer cast without __bridge" 's/(__bridge const void\*)request.fileURL/(const void*)request.fileURL/'
 expect_rejected $url "a wrong NSURL selector" 's/URLByResolvingSymlinksInPath/URLByResolvingSymLinksInPath/'
 expect_rejected $url "a wrong argument type for initFileURLWithPath:" 's/initFileURLWithPath:text/initFileURLWithPath:path/'
+expect_rejected $url "a wrong NSURL resource selector" 's/setResourceValues:values/setResourceValue:values/'
+expect_rejected $url "an opaque handle where the file manager takes a URL" 's/replaceItemAtURL:old/replaceItemAtURL:target/'
+expect_rejected $url "a flag where the bookmark resolution takes a pointer" 's/bookmarkDataIsStale:&stale/bookmarkDataIsStale:stale/'
 expect_rejected $string "a platform string returned without a bridged cast" 's/(__bridge_transfer NSString\*)createCFStringRef()/createCFStringRef()/'
 expect_rejected $string "characters where Core Foundation takes bytes" 's/reinterpret_cast<const UInt8\*>(bytes ? bytes : "")/bytes ? bytes : ""/'
 expect_rejected $string "a GSString where the platform string belongs" 's/CFStringGetLength(text)/CFStringGetLength(this)/'
