@@ -72,7 +72,7 @@ const DocumentFolder* documents = nullptr;
 EmberTidePreview preview;
 
 bool writeDocument(const std::string& path, EmberTideDocumentOptions options) {
-    GSFile file(GSFileSpec(GSString(path.c_str())), 0);
+    GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     file.getFileWorker()->setAccessMode("wb+");
     bool ok = file.open() == 0 && EmberTideWriteDocument(&file, preview, options) == 0;
     return file.close(0) == 0 && ok;

@@ -2,8 +2,8 @@
 //
 // A record is a marker byte (0 in place, 1 null, 2 reference), the class name and the object's
 // body, itself a chunk of major version 15 or less, so that a reader can skip a class it does not
-// know. Records nest (an object's body may hold records); nesting deeper than kMaxObjectDepth is
-// a failed read, so no file can make reading recurse without bound.
+// know. Records nest (an object's body may hold records); nesting deeper than
+// GSFile::kMaxObjectDepth is a failed read, so no file can make reading recurse without bound.
 #include "GSExceptions.h"
 #include "GSFile.h"
 #include "GSFileObjectTable.h"
@@ -15,7 +15,6 @@
 
 namespace {
 
-constexpr int kMaxObjectDepth = 64;
 thread_local int objectDepth = 0;
 
 class DepthGuard {
@@ -24,7 +23,7 @@ public:
     ~DepthGuard() { --objectDepth; }
     DepthGuard(const DepthGuard&) = delete;
     DepthGuard& operator=(const DepthGuard&) = delete;
-    bool tooDeep() const { return objectDepth > kMaxObjectDepth; }
+    bool tooDeep() const { return objectDepth > GSFile::kMaxObjectDepth; }
 };
 
 } // namespace

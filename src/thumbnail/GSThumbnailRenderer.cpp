@@ -42,36 +42,40 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
     EmberTideDocumentFacts facts;
     try {
         errno = 0;
-        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(request.path.c_str())), &bytes, &kind,
-                                    &infoValue, &size, &facts))
+        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(request.path.c_str(), -1, GSString::kUTF8)),
+                                    &bytes, &kind, &infoValue, &size, &facts))
             return fail(GSThumbnailStatus::kCannotOpen, errno ? errorText(errno) : "cannot open");
     } catch (const std::exception& e) {
-        return fail(GSThumbnailStatus::kNoPreview, std::string("damaged document (") + e.what() + ")");
+        return fail(GSThumbnailStatus::kNoPreview,
+                    std::string("damaged document (") + e.what() + ")");
     }
     if (bytes.getSize() < 1)
         return fail(GSThumbnailStatus::kNoPreview, !facts.recognised ? "not an Ember Tide document"
-                                                   : facts.isSelection ? "a selection carries no preview"
-                                                                       : "no preview in this document");
+                                                   : facts.isSelection
+                                                       ? "a selection carries no preview"
+                                                       : "no preview in this document");
 
     // The fit follows the document's stated size; without one (or with an empty one), the
     // picture's own size as its header states it, else as decoded.
     GSTSize<int> basis{0, 0};
-    if (facts.sizeGiven && size.width > 0 && size.height > 0) basis = size;
+    if (facts.sizeGiven && size.width > 0 && size.height > 0)
+        basis = size;
     else {
         GSImageHeader header = GSReadImageHeader(bytes.getData(), bytes.getSize());
-        if (header.sizeKnown && header.width > 0 && header.height > 0 && header.width <= 0x7FFFFFFF &&
-            header.height <= 0x7FFFFFFF)
+        if (header.sizeKnown && header.width > 0 && header.height > 0 &&
+            header.width <= 0x7FFFFFFF && header.height <= 0x7FFFFFFF)
             basis = {static_cast<int>(header.width), static_cast<int>(header.height)};
     }
     GSFittedSize fitted;
     GSTSize<int> target{0, 0};
-    if (basis.width > 0 && GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
+    if (basis.width > 0 &&
+        GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
         target = GSFittedPixelSize(fitted);
 
     GSRasterImage decoded;
     std::string error;
-    if (!GSDecodePreview(bytes.getData(), bytes.getSize(), kind, target.width, target.height, &decoded,
-                         &error))
+    if (!GSDecodePreview(bytes.getData(), bytes.getSize(), kind, target.width, target.height,
+                         &decoded, &error))
         return fail(GSThumbnailStatus::kUndecodable, error);
     if (target.width < 1) {
         basis = {decoded.width, decoded.height};

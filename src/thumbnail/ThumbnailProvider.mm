@@ -15,7 +15,6 @@
 
 #include "GSGetThumbnail.h"
 #include "GSThumbnailFit.h"
-#include "GSURL.h"
 
 #include <exception>
 #include <utility>
@@ -68,8 +67,7 @@ QLThumbnailReply* GSThumbnailReplyForRequest(QLFileThumbnailRequest* request) {
 
     short status;
     {
-        // The document is named by the URL's POSIX path until GSFileSpec holds URLs.
-        GSFileSpec document(GSURLGetPathname((__bridge const void*)request.fileURL));
+        GSFileSpec document((__bridge void*)request.fileURL);
         status = GSGetThumbnail(document, &bytes, &kind, &infoValue, &size);
     }
     if (status != 0 || !bytes.hasStorage() || bytes.getSize() == 0) return nil;

@@ -112,7 +112,7 @@ expect_rejected $provider "a wrong QuickLook selector" 's/replyWithContextSize:/
 expect_rejected $provider "the completion handler called with one argument" 's/handler(reply, nil);/handler(reply);/'
 expect_rejected $provider "a data provider where an image belongs" 's/CGImageGetWidth(image.get())/CGImageGetWidth(provider.get())/'
 expect_rejected $provider "a plain int for the rendering intent" '0,/kCGRenderingIntentPerceptual/s//3/'
-expect_rejected $provider "an object pointer cast without __bridge" 's/(__bridge const void\*)request.fileURL/(const void*)request.fileURL/'
+expect_rejected $provider "an object pointer cast without __bridge" 's/(__bridge void\*)request.fileURL/(void*)request.fileURL/'
 expect_rejected $url "a wrong NSURL selector" 's/URLByResolvingSymlinksInPath/URLByResolvingSymLinksInPath/'
 expect_rejected $url "a wrong argument type for initFileURLWithPath:" 's/initFileURLWithPath:text/initFileURLWithPath:path/'
 expect_rejected $url "a wrong NSURL resource selector" 's/setResourceValues:values/setResourceValue:values/'

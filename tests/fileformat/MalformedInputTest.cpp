@@ -56,7 +56,7 @@ void onMemoryAndDisk(const Bytes& bytes, bool byteForm, const std::function<void
     TempFolder folder;
     std::string path = folder.path("input.etd");
     writeFile(path, content);
-    GSFile f(GSFileSpec(GSString(path.c_str())), 0);
+    GSFile f(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     ASSERT_EQ(f.open(), 0);
     run(f);
 }

@@ -290,7 +290,8 @@ TEST(ObjectRecordRobustness, PictureRecordOfAnotherClassIsNoPicture) {
         GSDynaArray<unsigned char> bytes;
         int kind = 0, info = 0;
         GSTSize<int> size{0, 0};
-        ASSERT_EQ(GSGetThumbnail(GSFileSpec(GSString(path.c_str())), &bytes, &kind, &info, &size),
+        ASSERT_EQ(GSGetThumbnail(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), &bytes,
+                                 &kind, &info, &size),
                   0);
         EXPECT_EQ(bytes.getSize(), patched ? 0 : 5)
             << (patched ? "a subclass record must not count as picture data" : "original");

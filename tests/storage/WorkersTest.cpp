@@ -104,7 +104,8 @@ TEST(FileWorker, PutLongPutStringAndTheOpenCloseProtocol) {
     writeFile(folder.path("notes.txt"), Bytes(20, 'x'));
     GSObjectRef<GSFileWorkerStream> stream(new GSFileWorkerStream());
     stream->setAccessMode("w");
-    stream->setFileSpec(GSFileSpec(GSString::withCopyOf(folder.path("notes.txt").c_str())));
+    stream->setFileSpec(
+        GSFileSpec(GSString(folder.path("notes.txt").c_str(), -1, GSString::kUTF8)));
     ASSERT_EQ(stream->open(), 0);
     EXPECT_EQ(stream->putString("a\nb", 1) + stream->putLong(-42, 5), 0);
     ASSERT_EQ(stream->close(0), 0);

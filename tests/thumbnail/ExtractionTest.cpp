@@ -98,8 +98,9 @@ Extracted extract(const Bytes& file) {
     TempFolder folder;
     writeFile(folder.path("doc.etd"), file);
     Extracted e;
-    e.status = GSGetThumbnail(GSFileSpec(GSString(folder.path("doc.etd").c_str())), &e.bytes,
-                              &e.kind, &e.info, &e.size);
+    e.status =
+        GSGetThumbnail(GSFileSpec(GSString(folder.path("doc.etd").c_str(), -1, GSString::kUTF8)),
+                       &e.bytes, &e.kind, &e.info, &e.size);
     return e;
 }
 

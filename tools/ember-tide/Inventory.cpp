@@ -29,7 +29,7 @@ bool readClassNameAt(GSFile* file, long position, std::string* name) {
 
 ObjectInventory readObjectInventory(const std::string& path) {
     ObjectInventory inventory;
-    GSFile file(GSFileSpec(GSString::withCopyOf(path.c_str())), 0);
+    GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     if (file.open()) return inventory;
     try {
         short version = 0, merging = 0;

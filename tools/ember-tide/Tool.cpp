@@ -20,10 +20,13 @@ void message(const std::string& file, const std::string& what) {
 
 void usageError(const char* command, const std::string& what) {
     std::fprintf(stderr, "ember-tide: %s%s%s\nTry 'ember-tide %s--help'.\n", command ? command : "",
-                 command ? ": " : "", what.c_str(), command ? (std::string(command) + " ").c_str() : "");
+                 command ? ": " : "", what.c_str(),
+                 command ? (std::string(command) + " ").c_str() : "");
 }
 
-const char* formatName(int kind) { return kind == GSMemPicData::kPNG ? "png" : "jpeg"; }
+const char* formatName(int kind) {
+    return kind == GSMemPicData::kPNG ? "png" : "jpeg";
+}
 
 DocumentPreview readDocumentPreview(const std::string& path) {
     DocumentPreview result;
@@ -41,8 +44,8 @@ DocumentPreview readDocumentPreview(const std::string& path) {
     GSTSize<int> size;
     try {
         errno = 0;
-        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(path.c_str())), &result.bytes, &kind,
-                                    &infoValue, &size, &facts) != 0) {
+        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)),
+                                    &result.bytes, &kind, &infoValue, &size, &facts) != 0) {
             result.problem = errno ? std::strerror(errno) : "cannot be opened";
             return result;
         }
@@ -95,11 +98,12 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
     std::string temporary = folder + "/." + name + ".XXXXXX";
     int fd = ::mkstemp(temporary.data());
     if (fd < 0) return std::strerror(errno);
-    ::fchmod(fd, 0644 & ~[] {
-        mode_t mask = ::umask(0);
-        ::umask(mask);
-        return mask;
-    }());
+    ::fchmod(
+        fd, 0644 & ~[] {
+            mode_t mask = ::umask(0);
+            ::umask(mask);
+            return mask;
+        }());
     bool ok = writeAll(fd, data, size);
     int error = errno;
     if (::close(fd) != 0 && ok) {

@@ -19,13 +19,14 @@ EmberTidePreview makePreview(const std::vector<unsigned char>& bytes, int kind, 
     preview.infoValue = 1;
     preview.size = {w, h};
     preview.bytes.setSize(static_cast<long>(bytes.size()));
-    for (size_t i = 0; i < bytes.size(); ++i) preview.bytes[static_cast<long>(i)] = bytes[i];
+    for (size_t i = 0; i < bytes.size(); ++i)
+        preview.bytes[static_cast<long>(i)] = bytes[i];
     return preview;
 }
 
 bool writeDocument(const std::string& path, const EmberTidePreview& preview,
                    const EmberTideDocumentOptions& options) {
-    GSFile file(GSFileSpec(GSString(path.c_str())), 0);
+    GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     file.getFileWorker()->setAccessMode("wb+");
     if (file.open() || EmberTideWriteDocument(&file, preview, options) || file.close(0)) {
         std::fprintf(stderr, "make-examples: %s: cannot write\n", path.c_str());
@@ -53,7 +54,8 @@ int main(int argc, char** argv) {
     auto landscape = samples::encodeJPEG(samples::drawLandscape(320, 240, false), 85);
     auto tall = samples::encodeJPEG(samples::drawLandscape(120, 200, false), 80);
     auto transparent = samples::encodePNG(samples::drawLandscape(256, 160, true));
-    if (!writeImage(images + "/landscape.jpg", landscape) || !writeImage(images + "/tall.jpg", tall) ||
+    if (!writeImage(images + "/landscape.jpg", landscape) ||
+        !writeImage(images + "/tall.jpg", tall) ||
         !writeImage(images + "/transparent.png", transparent))
         return 1;
     // The one sample the command-line tool cannot make: a preview behind a large item of the

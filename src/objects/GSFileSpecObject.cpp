@@ -1,0 +1,27 @@
+// GSFileSpecObject.cpp - registration and body of the file-spec value object.
+#include "GSFileSpecObject.h"
+
+#include "GSRuntimeClass.h"
+#include "GSValueObjectBody.h"
+
+#include <new>
+
+GSRuntimeClass GSFileSpecObject::gsClassGSFileSpecObject("GSFileSpecObject",
+                                                         &GSObject::gsClassGSObject,
+                                                         &GSFileSpecObject::_createFunction);
+
+GSObject* GSFileSpecObject::_createFunction() {
+    return new (std::nothrow) GSFileSpecObject();
+}
+
+const GSRuntimeClass* GSFileSpecObject::getRuntimeClass() const {
+    return &gsClassGSFileSpecObject;
+}
+
+short GSFileSpecObject::write(GSFile* file) const {
+    return GSWriteValueBody(file, [this](GSFile* f) { return value.write(f); });
+}
+
+short GSFileSpecObject::read(GSFile* file) {
+    return GSReadValueBody(file, [this](GSFile* f) { return value.read(f); });
+}
