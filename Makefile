@@ -7,7 +7,7 @@ DEB_PACKAGES := cmake g++ pkg-config libgtest-dev libbenchmark-dev libjpeg62-tur
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 
-.PHONY: deps deps-desktop deps-fuzz build release test demo asan asan-test bench fuzz-smoke clean format
+.PHONY: deps deps-desktop deps-fuzz build release test demo asan asan-test bench fuzz-smoke fuzz clean format
 
 # Installs the Debian packages that are missing (as root), or says how to.
 deps:
@@ -66,6 +66,12 @@ fuzz-smoke: deps deps-fuzz
 	cmake --preset fuzz >/dev/null
 	cmake --build --preset fuzz -j $(JOBS)
 	@bash fuzz/smoke.sh build/fuzz $${FUZZ_SECONDS:-30}
+
+# A long campaign: FUZZ_SECONDS per target (default 600), on a corpus kept in build/fuzz-corpus.
+fuzz: deps deps-fuzz
+	cmake --preset fuzz >/dev/null
+	cmake --build --preset fuzz -j $(JOBS)
+	@bash fuzz/campaign.sh build/fuzz $${FUZZ_SECONDS:-600}
 
 format:
 	clang-format -i $$(git ls-files '*.h' '*.cpp' '*.mm')

@@ -13,7 +13,7 @@ for target in "$build"/fuzz/fuzz_*; do
   work=$(mktemp -d)
   [ -d "$seeds" ] && cp -r "$seeds"/. "$work"/ 2>/dev/null || true
   echo "== $name for ${seconds}s"
-  if ! "$target" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=512 -max_len=65536 -print_final_stats=1 \
+  if ! "$target" -max_total_time="$seconds" -timeout=2 -rss_limit_mb=512 -max_len=65536 -dict="$here/ember-tide.dict" -print_final_stats=1 \
        -artifact_prefix="$build/$name-" "$work" 2>&1 | tail -n 12; then
     status=1
   fi

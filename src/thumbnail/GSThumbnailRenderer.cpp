@@ -54,12 +54,19 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
                                                    : facts.isSelection
                                                        ? "a selection carries no preview"
                                                        : "no preview in this document");
+    return GSRenderPreview(bytes, kind, facts.sizeGiven ? &size : nullptr, request.maxSize,
+                           request.text);
+}
 
+GSThumbnailResult GSRenderPreview(const GSDynaArray<unsigned char>& bytes, int kind,
+                                  const GSTSize<int>* statedSize, int maxSize,
+                                  const GSPNGText& text) {
+    if (bytes.getSize() < 1) return fail(GSThumbnailStatus::kNoPreview, "no preview");
     // The fit follows the document's stated size; without one (or with an empty one), the
     // picture's own size as its header states it, else as decoded.
     GSTSize<int> basis{0, 0};
-    if (facts.sizeGiven && size.width > 0 && size.height > 0)
-        basis = size;
+    if (statedSize && statedSize->width > 0 && statedSize->height > 0)
+        basis = *statedSize;
     else {
         GSImageHeader header = GSReadImageHeader(bytes.getData(), bytes.getSize());
         if (header.sizeKnown && header.width > 0 && header.height > 0 &&
@@ -68,8 +75,7 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
     }
     GSFittedSize fitted;
     GSTSize<int> target{0, 0};
-    if (basis.width > 0 &&
-        GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
+    if (basis.width > 0 && GSFitPreview(basis.width, basis.height, maxSize, maxSize, &fitted))
         target = GSFittedPixelSize(fitted);
 
     GSRasterImage decoded;
@@ -79,7 +85,7 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
         return fail(GSThumbnailStatus::kUndecodable, error);
     if (target.width < 1) {
         basis = {decoded.width, decoded.height};
-        if (!GSFitPreview(basis.width, basis.height, request.maxSize, request.maxSize, &fitted))
+        if (!GSFitPreview(basis.width, basis.height, maxSize, maxSize, &fitted))
             return fail(GSThumbnailStatus::kUndecodable, "the picture is empty");
         target = GSFittedPixelSize(fitted);
     }
@@ -92,7 +98,7 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
         scaled = std::move(decoded);
     else if (!GSScaleImage(decoded, target.width, target.height, &scaled))
         return fail(GSThumbnailStatus::kUndecodable, "the picture cannot be scaled");
-    if (!GSEncodePNG(scaled, request.text, &result.png, &error))
+    if (!GSEncodePNG(scaled, text, &result.png, &error))
         return fail(GSThumbnailStatus::kUndecodable, error);
     result.status = GSThumbnailStatus::kOK;
     result.size = target;
