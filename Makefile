@@ -3,7 +3,7 @@
 
 SHELL := /bin/bash
 DEB_PACKAGES := cmake g++ pkg-config libgtest-dev libbenchmark-dev libjpeg62-turbo-dev \
-                libpng-dev libpixman-1-dev zlib1g-dev libmd-dev
+                libpng-dev libpixman-1-dev zlib1g-dev libmd-dev libseccomp-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 

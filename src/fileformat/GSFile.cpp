@@ -2,8 +2,10 @@
 #include "GSFile.h"
 
 #include "GSFileObjectTable.h"
+#include "GSFileSpecKeys.h"
 #include "GSFileWorkerMemory.h"
 #include "GSFileWorkerStream.h"
+#include "GSObjectDictionary.h"
 
 #include <cfloat>
 #include <climits>
@@ -71,19 +73,42 @@ short GSFile::init(long growBy, long capacity) {
     return init(memory, 1);
 }
 
-short GSFile::init(const GSFileSpec& spec, short /*resolveLink*/) { return setFileSpec(spec); }
+// A spec that names memory (its bytes in the dictionary, or a memory file to write) gets a
+// memory worker, so documents are read from and written to memory with the same code as files;
+// any other spec gets a stream worker in setFileSpec.
+short GSFile::init(const GSFileSpec& spec, short resolveLink) {
+    if (spec.getDictionary()) {
+        GSDynaArray<unsigned char> bytes = spec.getDictionary()->getBufferValue(GSFileDataKey);
+        short attached = 0;
+        if (bytes.getSize() > 0)
+            attached = init(bytes) == 0;
+        else if (spec.isMemoryFileSpec(0))
+            attached = init(-100, 0x2000000) == 0;
+        if (attached) worker->setFileSpec(spec);
+    }
+    GSFileSpec target;
+    if (resolveLink && spec.isLink(&target, 0, nullptr)) {
+        // The file is where the link leads; the options travel with it.
+        if (spec.getDictionary()) *target.getOrCreateDictionary() = *spec.getDictionary();
+        return setFileSpec(target);
+    }
+    return setFileSpec(spec);
+}
 
+// The safety mode and the format version come from the spec's options when it has them; a
+// backup (bit 2) always goes through a temporary file (bit 1).
 short GSFile::setFileSpec(const GSFileSpec& spec) {
     if (!worker) {
         short status = init(new (std::nothrow) GSFileWorkerStream(), 1);
         if (status) return status;
     }
     worker->setFileSpec(spec);
-    int mode = getSafetyMode();
+    int mode = spec.getDictionaryLong(GSFileSafetyModeKey, getSafetyMode());
     if (mode & 2) mode |= 1;
-    flags = static_cast<unsigned char>((flags & ~kSafetyModeMask) |
-                                       ((mode & 15) << kSafetyModeShift));
+    flags =
+        static_cast<unsigned char>((flags & ~kSafetyModeMask) | ((mode & 15) << kSafetyModeShift));
     worker->setSafetyMode(static_cast<unsigned>(mode));
+    formatVersion = spec.getDictionaryLong(GSFileFormatVersionKey, formatVersion);
     return 0;
 }
 

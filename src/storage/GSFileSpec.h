@@ -62,6 +62,19 @@ public:
     // `target` names what it leads to (a folder through its item "a"), `*isFolder` says whether
     // it is a folder, and the result is 1. Bit 1 of `mode` allows mounting volumes.
     short isLink(GSFileSpec* target, int mode, short* isFolder) const;
+    // ---------------------------------------------------------------- changing the disk
+    // (GSFileSpecChanges.cpp) Statuses 0 or 1; `detail`, where given, receives the platform's
+    // error text and is emptied on success. Deletes the item (no trash).
+    short remove(GSString* detail) const;
+    // Moves the item to `newName` in its folder, never over an existing item; on success the
+    // spec names it there.
+    short rename(const GSString& newName, GSString* detail);
+    // Puts this spec's item (the new content) in `target`'s place in one platform step. With
+    // `removeOld` the old content is deleted and this spec's name is gone; without, the old
+    // content ends up under this spec's name, so that the two have exchanged places. The
+    // target keeps its hidden flag.
+    short exchangeWith(const GSFileSpec& target, short removeOld, GSString* detail);
+
     // Hooks for the wider application: reporting, and work after a file was written.
     void sendErrorMessage(const GSString& message, const GSString& detail) const;
     short writeAdditionalInfo(const GSFileSpec* written);

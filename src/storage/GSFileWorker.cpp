@@ -1,4 +1,9 @@
 // GSFileWorker.cpp - access modes, the open/close protocol and the shared text operations.
+//
+// The text operations are written once, against the byte-moving slots, so every worker shares
+// them. One asymmetry is deliberate: the base putChar turns "\n" into CR LF in text mode, the
+// stream worker's own putChar does not, so a stream writes bare LF and a memory worker in text
+// mode CR LF. Reading translates every kind of line break on every worker.
 #include "GSFileWorker.h"
 
 #include "GSRuntimeClass.h"
@@ -8,18 +13,34 @@
 GSRuntimeClass GSFileWorker::gsClassGSFileWorker("GSFileWorker", &GSObject::gsClassGSObject,
                                                  nullptr);
 
-GSFileWorker::GSFileWorker() { setAccessMode("rb"); }
+GSFileWorker::GSFileWorker() {
+    setAccessMode("rb");
+}
 
 GSFileWorker::~GSFileWorker() = default;
 
-const GSRuntimeClass* GSFileWorker::getRuntimeClass() const { return &gsClassGSFileWorker; }
+const GSRuntimeClass* GSFileWorker::getRuntimeClass() const {
+    return &gsClassGSFileWorker;
+}
 
-const GSFileSpec* GSFileWorker::getFileSpec() const { return &fileSpec; }
-const GSFileSpec* GSFileWorker::getWorkingFileSpec() const { return getFileSpec(); }
-short GSFileWorker::isMemoryWorker() const { return 0; }
-void* GSFileWorker::getMemoryAddress() const { return nullptr; }
-short GSFileWorker::startCompression(int) { return 1; }
-short GSFileWorker::endCompression() { return 1; }
+const GSFileSpec* GSFileWorker::getFileSpec() const {
+    return &fileSpec;
+}
+const GSFileSpec* GSFileWorker::getWorkingFileSpec() const {
+    return getFileSpec();
+}
+short GSFileWorker::isMemoryWorker() const {
+    return 0;
+}
+void* GSFileWorker::getMemoryAddress() const {
+    return nullptr;
+}
+short GSFileWorker::startCompression(int) {
+    return 1;
+}
+short GSFileWorker::endCompression() {
+    return 1;
+}
 
 // "r+b" is deliberately not binary: the "+" is found at the second character before the "b"
 // would be looked for.
@@ -28,8 +49,9 @@ void GSFileWorker::setAccessMode(const char* mode) {
     std::memset(accessMode, 0, sizeof accessMode);
     if (!mode || !mode[0]) mode = "r";
     char first = mode[0];
-    accessFlags = first == 'r' ? GSAccessRead : first == 'w' ? GSAccessWrite | GSAccessTruncate
-                                                             : GSAccessWrite;
+    accessFlags = first == 'r'   ? GSAccessRead
+                  : first == 'w' ? GSAccessWrite | GSAccessTruncate
+                                 : GSAccessWrite;
     accessMode[0] = first;
     accessMode[1] = 'b';
     char plus;
@@ -137,4 +159,11 @@ short GSFileWorker::putLong(int value, int width) {
     if (value < 0) field[--at] = '-';
     _write(field + at, 17 - at);
     return 0;
+}
+
+short GSFileWorker::putFloat(float value, int decimals) {
+    if (!isOpen) return 1;
+    GSString text;
+    if (text.addCompactFloat(value, decimals, nullptr)) return 1;
+    return putString(text, 0) ? 1 : 0;
 }

@@ -1,11 +1,55 @@
-// GSFileWorkerStream.cpp - stdio-backed file worker.
+// GSFileWorkerStream.cpp - the stdio-backed file worker and its safe-save protocol.
+//
+// A safe save, step by step:
+//   _open:  the target is left alone; a hidden temporary file beside it is created and written.
+//   _close: the stream is flushed, synced and closed; if everything was written, the temporary
+//           file and the target are exchanged in one platform step and the folder is synced.
+//           With a backup wanted the old content now lies under the temporary name and is
+//           renamed to the backup name (deleted if no name can be freed). On any failure before
+//           the exchange the temporary file is deleted and the target is as it was.
+// Failures are logged (GSLog) and, where a user would need to know, reported as numbered
+// messages through GSFileSpec::sendErrorMessage: 49703 a file could not be deleted, 49705 the
+// old content could not be moved to its backup name, 49713 the target is locked.
 #include "GSFileWorkerStream.h"
+
+#include "GSFileState.h"
+#include "GSFileWorkerStreamIO.h"
+#include "GSLog.h"
+#include "GSNumericStringTable.h"
 
 #include <cstdio>
 #include <sys/types.h>
 
+namespace {
+
+enum : int {
+    kMessageCannotDelete = 49703,
+    kMessageCannotKeepBackup = 49705,
+    kMessageLocked = 49713,
+};
+
+// The texts of the numbered messages, entered into the numeric string table at start-up (the
+// table is only read afterwards).
+const bool gsMessagesRegistered = [] {
+    GSString::_numericStringTable.setValue(kMessageCannotDelete,
+                                           GSString("The file could not be deleted."));
+    GSString::_numericStringTable.setValue(
+        kMessageCannotKeepBackup,
+        GSString("The previous version could not be kept as a backup copy."));
+    GSString::_numericStringTable.setValue(kMessageLocked,
+                                           GSString("The file is locked and cannot be replaced."));
+    return true;
+}();
+
+const char* text(const GSString& s) {
+    return s.getConstAddr() ? s.getConstAddr() : "";
+}
+
+} // namespace
+
+GSFileWorkerStream::GSFileWorkerStream() : io(GSFileWorkerStreamIO::getCurrent()) {}
+
 GSFileWorkerStream::~GSFileWorkerStream() {
-    // Destroying a worker does not close it through the protocol; do not leak the descriptor.
     if (stream) std::fclose(stream);
 }
 
@@ -20,39 +64,165 @@ short GSFileWorkerStream::seek(long offset, short whence) {
     return fseeko(stream, static_cast<off_t>(offset), whence) == 0 ? 0 : 1;
 }
 
-long GSFileWorkerStream::tell() { return stream ? static_cast<long>(ftello(stream)) : -1; }
+long GSFileWorkerStream::tell() {
+    return stream ? static_cast<long>(ftello(stream)) : -1;
+}
 
-short GSFileWorkerStream::flush() { return !stream || std::fflush(stream) != 0 ? 1 : 0; }
+short GSFileWorkerStream::flush() {
+    if (!stream) return 1;
+    if (io->flush(stream) == 0) return 0;
+    if (accessFlags & GSAccessWrite) writeFailed = true;
+    return 1;
+}
 
-short GSFileWorkerStream::eof() { return !stream || std::feof(stream) ? 1 : 0; }
+short GSFileWorkerStream::eof() {
+    return !stream || std::feof(stream) ? 1 : 0;
+}
 
-short GSFileWorkerStream::getError() { return !stream || std::ferror(stream) ? 1 : 0; }
+short GSFileWorkerStream::getError() {
+    return !stream || std::ferror(stream) ? 1 : 0;
+}
 
 short GSFileWorkerStream::putChar(char c) {
-    return !stream || std::fputc(static_cast<unsigned char>(c), stream) == EOF ? 1 : 0;
+    return _write(&c, 1) == 1 ? 0 : 1;
 }
 
 long GSFileWorkerStream::_write(const void* buffer, long count) {
     if (!stream || count <= 0) return 0;
-    return static_cast<long>(std::fwrite(buffer, 1, static_cast<size_t>(count), stream));
+    size_t written = io->write(buffer, static_cast<size_t>(count), stream);
+    if (written != static_cast<size_t>(count)) writeFailed = true;
+    return static_cast<long>(written);
 }
 
 short GSFileWorkerStream::_open() {
-    if (!fileSpec.isValid()) return 1;
-    workingSpec = fileSpec;
+    const GSFileSpec& target = *getFileSpec();
+    if (!target.isValid()) return 1;
+    if (accessFlags & GSAccessWrite) {
+        GSFileState state;
+        if (target.fillState(&state) == 0 && (state.flags & GSFileState::kLocked)) {
+            target.sendErrorMessage(GSString(kMessageLocked), GSString());
+            return 1;
+        }
+    }
+    io = GSFileWorkerStreamIO::getCurrent();
+    writeFailed = false;
+    workingSpec = target;
+    if ((accessFlags & GSAccessTruncate) && (safetyMode & GSSafetyTemporaryFile) &&
+        workingSpec.exists())
+        workingSpec.createTemporaryFilename(target.getExtender());
+
     GSString path = workingSpec.getPathname(1);
-    if (path.isEmpty()) return 1;
-    if (accessFlags & GSAccessTruncate) std::remove(path.getConstAddr());
-    stream = std::fopen(path.getConstAddr(), accessMode);
+    if (!path.isEmpty()) {
+        if (accessFlags & GSAccessTruncate) std::remove(path.getConstAddr());
+        stream = std::fopen(path.getConstAddr(), accessMode);
+    }
+    if (!stream && (accessFlags & GSAccessTruncate))
+        GSLog("Couldn't create file: %s\n", text(path));
     return stream ? 0 : 1;
 }
 
 short GSFileWorkerStream::_close(short discard) {
     if (!stream) return 0;
-    short error = (accessFlags & GSAccessTruncate) && std::ferror(stream) ? 1 : 0;
-    if (std::fclose(stream) != 0) error = 1;
+    const GSFileSpec& target = *getFileSpec();
+    short same = workingSpec == target;
+    short error = (accessFlags & GSAccessTruncate) && (std::ferror(stream) || writeFailed) ? 1 : 0;
+
+    // The temporary file's bytes reach the disk before it takes the target's place: otherwise a
+    // power cut soon after the exchange could leave the target's name on an empty file.
+    if (!same && !discard && !error) {
+        if (io->flush(stream) != 0 || io->sync(stream) != 0) {
+            GSLog("Couldn't write file: %s\n", text(workingSpec.getPathname(1)));
+            error = 1;
+        }
+    }
+    if (io->close(stream) != 0) {
+        GSLog("Couldn't close file: %s\n", text(workingSpec.getPathname(1)));
+        error = 1;
+    } else if ((accessFlags & GSAccessTruncate) && workingSpec.isValid()) {
+        workingSpec.writeAdditionalInfo(same ? nullptr : &target);
+    }
     stream = nullptr;
-    if (discard || error) std::remove(workingSpec.getPathname(1).getConstAddr());
+
+    if (!same && !discard && !error) error = exchangeWithTarget();
+    // Without a temporary file this deletes the file that was being written; after a failure
+    // before the exchange, only the temporary file. A reading worker never deletes its file.
+    if ((discard || error) && (accessFlags & GSAccessWrite)) workingSpec.remove(nullptr);
     workingSpec = gs_invalid_filespec;
     return error;
+}
+
+short GSFileWorkerStream::exchangeWithTarget() {
+    const GSFileSpec& target = *getFileSpec();
+    short keepBackup = (safetyMode & GSSafetyBackup) ? 1 : 0;
+    GSString detail;
+    short error = io->exchange(&workingSpec, target, keepBackup ? 0 : 1, &detail);
+    if (error) {
+        GSLog("Error exchanging files: %s, %s\n", text(workingSpec.getPathname(1)),
+              text(target.getPathname(1)));
+        return error;
+    }
+    if (keepBackup) error = keepOldContentAsBackup();
+    // The new directory entries reach the disk too. The new content is in place whatever this
+    // returns, so a failure here is not the save's.
+    if (io->syncFolder(target) != 0)
+        GSLog("Couldn't sync folder: %s\n", text(target.getPathname(0)));
+    return error;
+}
+
+// After the exchange the working name holds the old content.
+short GSFileWorkerStream::keepOldContentAsBackup() {
+    GSFileSpec backup;
+    GSString detail;
+    short status;
+    int message;
+    if (createBackupSpec(&backup) == 1) {
+        status = io->rename(&workingSpec, backup.getFilename(1), &detail);
+        message = kMessageCannotKeepBackup;
+    } else {
+        status = workingSpec.remove(&detail);
+        message = kMessageCannotDelete;
+    }
+    if (status) workingSpec.sendErrorMessage(GSString(message), detail);
+    return status;
+}
+
+short GSFileWorkerStream::removeBackupSpec(const GSFileSpec& spec) const {
+    if (!spec.exists()) return 1;
+    GSString detail;
+    if (spec.remove(&detail) == 0) return 1;
+    spec.sendErrorMessage(GSString(kMessageCannotDelete), detail);
+    return 0;
+}
+
+short GSFileWorkerStream::createStandardBackupSpec(GSFileSpec* out) const {
+    *out = *getFileSpec();
+    GSString extender = out->getExtender();
+    short result = 0;
+    for (int i = 0; i < 1000; ++i) {
+        GSString backupExtender = extender;
+        backupExtender.add("bak");
+        if (i) backupExtender.addLong(i, 0);
+        out->setExtender(backupExtender);
+        result = removeBackupSpec(*out);
+        if (result == 1) break;
+    }
+    return result;
+}
+
+short GSFileWorkerStream::createBackupSpec(GSFileSpec* out) const {
+    createStandardBackupSpec(out); // clears an old standard backup away; its name is not used
+    const GSFileSpec& target = *getFileSpec();
+    *out = target;
+    GSString extender = target.getExtender();
+    GSString base = target.getFilename(0);
+    short result = 0;
+    for (int i = 0; i < 1000; ++i) {
+        base.add("~");
+        GSString name = base;
+        name.add(extender);
+        out->setFilename(name);
+        result = removeBackupSpec(*out);
+        if (result == 1) break;
+    }
+    return result;
 }

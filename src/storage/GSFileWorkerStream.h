@@ -1,17 +1,34 @@
-// GSFileWorkerStream.h - the file worker over a real file, through a C stdio stream.
+// GSFileWorkerStream.h - the file worker over a real file, through a C stdio stream, with safe
+// saving.
 //
-// Reading is fread/fseeko/ftello on a stream opened in binary. Opening for writing ("w" modes)
-// removes the old file first; output files that readers must never see half-written are saved
-// by their writer under a temporary name and renamed into place.
+// Reading is fread/fseeko/ftello on a stream opened in binary. Writing a file anew ("w" modes)
+// with bit 1 of the safety mode set, over a file that exists, is a safe save: the target is left
+// alone, the bytes go to a hidden temporary file beside it (".tmp" + ten random letters or
+// digits + the target's extender), and a complete close puts that file in the target's place in
+// one platform step (GSFileSpec::exchangeWith). With bit 2 the old content is kept as
+// "name~.ext" (more tildes while a name is taken and cannot be freed). A failure before the
+// exchange, or a close that discards, deletes only the temporary file. Without safe mode a "w"
+// open deletes the old file first.
+//
+// Beyond that protocol, and without changing its results: the temporary file's bytes are
+// synced to the disk before the exchange and the folder after it, so that a power cut leaves the
+// target with either the old or the new content, never an empty or torn file. A write or flush
+// that fell short is remembered until close even when a later seek clears the stream's error
+// indicator, so a file with a hole is never exchanged in. Every such call goes through
+// GSFileWorkerStreamIO, where tests inject failures.
 #pragma once
 
 #include "GSFileWorker.h"
 
 #include <cstdio>
 
+class GSFileWorkerStreamIO;
+
 class GSFileWorkerStream : public GSFileWorker {
 public:
-    GSFileWorkerStream() = default;
+    GSFileWorkerStream();
+    // Does not close through the protocol (nothing is exchanged); the stream is closed so that
+    // its descriptor does not leak.
     ~GSFileWorkerStream() override;
 
     const GSFileSpec* getWorkingFileSpec() const override { return &workingSpec; }
@@ -21,12 +38,27 @@ public:
     short flush() override;
     short eof() override;
     short getError() override;
+    // The byte as it is, in every mode: a stream writes bare LF.
     short putChar(char c) override;
     long _write(const void* buffer, long count) override;
     short _open() override;
     short _close(short discard) override;
 
+    // Backup names. removeBackupSpec: 1 when `spec` names nothing or its item could be deleted
+    // (the name is free); 0 after a failed deletion, reported as message 49703.
+    short removeBackupSpec(const GSFileSpec& spec) const;
+    // "name.extbak", "name.extbak1", ... up to 1000 tries; the last removeBackupSpec result.
+    short createStandardBackupSpec(GSFileSpec* out) const;
+    // Clears the standard backup away, then "name~.ext", "name~~.ext", ... up to 1000 tries.
+    short createBackupSpec(GSFileSpec* out) const;
+
 private:
+    // Steps of _close after the stream is closed.
+    short exchangeWithTarget();
+    short keepOldContentAsBackup();
+
     GSFileSpec workingSpec;
     std::FILE* stream = nullptr;
+    GSFileWorkerStreamIO* io;
+    bool writeFailed = false; // a write or flush fell short since open
 };

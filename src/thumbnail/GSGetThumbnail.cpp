@@ -63,13 +63,20 @@ long readPreviewChunk(GSFile* file, int* kind, int* infoValue, GSTSize<int>* siz
             auto* picture = static_cast<GSMemPicData*>(object.get());
             *kind = picture->kind;
             *size = picture->size;
-            if (facts) facts->sizeGiven = true;
+            if (facts) {
+                facts->sizeGiven = true;
+                facts->pictureStore =
+                    picture->getRuntimeClass() == &GSSystemPicData::gsClassGSSystemPicData
+                        ? EmberTideDocumentFacts::kSystemRecord
+                        : EmberTideDocumentFacts::kRecord;
+            }
             return picture->dataSize;
         }
         if (tag == kPreviewInline) {
             GSMemPicData picture;
             if (picture.readData(file)) return 0;
             *kind = picture.kind;
+            if (facts) facts->pictureStore = EmberTideDocumentFacts::kInline;
             return picture.dataSize;
         }
         if (chunk.skip()) return 0;
@@ -88,8 +95,10 @@ short EmberTideDataReadVersion(GSTagRead* reader, short* version, short* merging
         file->setFlags(file->getFlags() | GSFile::kRawFloats | GSFile::kRawDoubles);
         if (merging) {
             if (result == 0) {
-                if (file->startObjectMergingRead()) result = 1;
-                else *merging = 1;
+                if (file->startObjectMergingRead())
+                    result = 1;
+                else
+                    *merging = 1;
             } else {
                 result = 1;
             }
@@ -103,10 +112,12 @@ short EmberTideDataReadHeader(GSFile* file, short* version, short* merging, shor
     return readHeader(file, version, merging, isSelection, nullptr);
 }
 
-void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind, int* infoValue,
-                          GSTSize<int>* size, EmberTideDocumentFacts* facts) {
+void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind,
+                          int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts,
+                          bool selections) {
     short version = 0, merging = 0, isSelection = 0;
-    if (readHeader(file, &version, &merging, &isSelection, facts) || isSelection) return;
+    if (readHeader(file, &version, &merging, &isSelection, facts) || (isSelection && !selections))
+        return;
     bool mergingActive = merging != 0;
     GSTagRead top(file);
     for (;;) {
@@ -132,6 +143,7 @@ void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* 
             }
             continue;
         }
+        if (facts) ++facts->otherItems;
         if (top.skip()) break;
     }
     if (mergingActive) file->stopObjectMergingRead();

@@ -31,18 +31,27 @@ short GSGetThumbnail(const GSFileSpec& spec, GSDynaArray<unsigned char>* bytes, 
 
 // What a reader learns about a document besides its preview (for tools that report on files).
 struct EmberTideDocumentFacts {
-    bool recognised = false;  // the identifier was found
+    bool recognised = false; // the identifier was found
     bool isSelection = false;
     bool versionRead = false; // the version bytes were there (it may still be refused)
     short version = 0;
     bool headerAccepted = false;
-    bool infoGiven = false;   // an information item was read
-    bool sizeGiven = false;   // the size came from an information item or a picture object
+    bool infoGiven = false; // an information item was read
+    bool sizeGiven = false; // the size came from an information item or a picture object
+    // How the picture data of the preview found was stored, so that it can be written again
+    // the same way: inline (item 6) or as an object record (item 4) of either class.
+    enum PictureStore : unsigned char { kNoPicture, kInline, kRecord, kSystemRecord };
+    PictureStore pictureStore = kNoPicture;
+    // Top-level items the scan passed over: the editor's own data beside the preview.
+    long otherItems = 0;
 };
 
 short GSGetThumbnailWithFacts(const GSFileSpec& spec, GSDynaArray<unsigned char>* bytes, int* kind,
                               int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts);
 
 // The same on a file that is already open (on disk or in memory), from its current position.
-void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind, int* infoValue,
-                          GSTSize<int>* size, EmberTideDocumentFacts* facts);
+// A selection carries its preview chunk like a document, but is never shown by one: its preview
+// is read only when `selections` is set (for tools that rewrite files, never for thumbnails).
+void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* kind,
+                          int* infoValue, GSTSize<int>* size, EmberTideDocumentFacts* facts,
+                          bool selections = false);

@@ -35,6 +35,8 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
     if (::stat(request.path.c_str(), &st) != 0)
         return fail(GSThumbnailStatus::kCannotOpen, errorText(errno));
     if (S_ISDIR(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "is a folder");
+    // A pipe or a device could block the reader for ever, or never end.
+    if (!S_ISREG(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "not a regular file");
 
     GSDynaArray<unsigned char> bytes;
     int kind = 0, infoValue = 0;

@@ -1,5 +1,5 @@
 // CommandLineTest.cpp - the contract of the ember-tide command line, by running the built tool:
-// create, extract and info, and the usage errors and help of every command.
+// create (with its backups), extract and info, and the usage errors and help of every command.
 #include "RunTool.h"
 #include "SampleImages.h"
 
@@ -124,6 +124,52 @@ TEST_F(CommandLine, ExtractAndCreateWriteAllOrNothing) {
     EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "sel.etd", "text.txt", "out.jpg"}), "");
 }
 
+// The backup is the old document under "name~.ext", byte for byte; a standing backup of that name
+// is replaced, and the framework's other backup name ("name.extbak") is cleared away.
+TEST_F(CommandLine, CreateBackupKeepsThePreviousDocument) {
+    ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
+    Bytes first = readFile(path("doc.etd"));
+    ToolRun r =
+        runTool({"create", "--backup", "--version", "2.0", path("pic.png"), path("doc.etd")});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(readFile(path("doc~.etd")), first);
+    Bytes second = readFile(path("doc.etd"));
+    EXPECT_NE(second, first);
+
+    writeFile(path("doc.etdbak"), {1, 2, 3});
+    ASSERT_EQ(runTool({"create", "--backup", path("pic.jpg"), path("doc.etd")}).status, 0);
+    EXPECT_EQ(readFile(path("doc~.etd")), second) << "the older backup is replaced";
+    EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "doc~.etd"}), "");
+
+    // Without --backup the old content goes, and the backup stands as it was.
+    ASSERT_EQ(runTool({"create", "--version", "1.0", path("pic.png"), path("doc.etd")}).status, 0);
+    EXPECT_EQ(readFile(path("doc~.etd")), second);
+    EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "doc~.etd"}), "");
+
+    // A name without an extender gets its tilde at the end.
+    ASSERT_EQ(runTool({"create", path("pic.jpg"), path("plain")}).status, 0);
+    Bytes plain = readFile(path("plain"));
+    ASSERT_EQ(runTool({"create", "--backup", path("pic.png"), path("plain")}).status, 0);
+    EXPECT_EQ(readFile(path("plain~")), plain);
+}
+
+TEST_F(CommandLine, CreateReplacesTheDocumentNotWhatLeadsToIt) {
+    // A refused picture leaves an existing document as it was.
+    ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
+    Bytes old = readFile(path("doc.etd"));
+    writeFile(path("text.txt"), {'h', 'e', 'l', 'l', 'o'});
+    EXPECT_EQ(runTool({"create", "--backup", path("text.txt"), path("doc.etd")}).status, 1);
+    EXPECT_EQ(readFile(path("doc.etd")), old);
+    EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "text.txt"}), "");
+
+    // Through a symbolic link the document it leads to is replaced; the link stays a link.
+    std::filesystem::create_symlink("doc.etd", path("link.etd"));
+    ASSERT_EQ(runTool({"create", path("pic.png"), path("link.etd")}).status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(path("link.etd")));
+    ToolRun e = runTool({"extract", path("doc.etd"), "-"});
+    EXPECT_EQ(Bytes(e.out.begin(), e.out.end()), png);
+}
+
 TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
     ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
     // Cases between bars, the first none at all. Capitals stand for files: DOC a document, JPG a
@@ -132,7 +178,12 @@ TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
         "|frobnicate|info DIR"
         "|extract DOC|extract --bogus DOC OUT|extract MISSING OUT|extract DOC NOWHERE"
         "|create --version 4.0 JPG OUT|create --version banana JPG OUT"
-        "|create --store nowhere JPG OUT|create MISSING OUT"
+        "|create --store nowhere JPG OUT|create MISSING OUT|create JPG DIR|create JPG NOWHERE"
+        "|create --backup JPG -"
+        "|convert|convert DOC|convert DOC OUT OUT|convert --bogus DOC OUT|convert --version DOC"
+        "|convert --version 4.0 DOC OUT|convert --version 0.9 DOC OUT|convert --form short DOC OUT"
+        "|convert --version 2.0 --form byte DOC OUT|convert --backup DOC OUT|convert MISSING OUT"
+        "|convert DIR OUT|convert DOC DIR|convert DOC NOWHERE"
         "|thumbnail -s 12px DOC OUT|thumbnail --size=0 DOC OUT|thumbnail DOC OUT -s"
         "|thumbnail DOC|thumbnail DOC OUT OUT|thumbnail --bogus DOC OUT"
         "|thumbnail MISSING OUT|thumbnail DIR OUT|thumbnail DOC NOWHERE"
@@ -162,7 +213,7 @@ TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
 }
 
 TEST_F(CommandLine, HelpShowsAnExample) {
-    for (std::string command : {"info", "extract", "create", "thumbnail", "cache"}) {
+    for (std::string command : {"info", "extract", "create", "convert", "thumbnail", "cache"}) {
         ToolRun r = runTool({command, "--help"});
         EXPECT_EQ(r.status, 0) << command;
         EXPECT_NE(r.out.find("Example: ember-tide " + command), std::string::npos) << r.out;
@@ -172,5 +223,6 @@ TEST_F(CommandLine, HelpShowsAnExample) {
     EXPECT_NE(help.out.find("Example"), std::string::npos) << help.out;
     EXPECT_NE(help.out.find("thumbnail"), std::string::npos);
     EXPECT_NE(help.out.find("cache"), std::string::npos);
+    EXPECT_NE(help.out.find("convert"), std::string::npos);
     EXPECT_EQ(runTool({"--version"}).status, 0);
 }

@@ -7,8 +7,10 @@
 #include "CacheFiller.h"
 #include "CacheStop.h"
 #include "CacheWalk.h"
+#include "Confinement.h"
 #include "GSThumbnailCache.h"
 #include "Tool.h"
+#include "Watchdog.h"
 
 #include <algorithm>
 #include <atomic>
@@ -18,6 +20,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <sched.h>
 #include <string>
 #include <sys/stat.h>
@@ -187,6 +190,14 @@ int runCache(int argc, char** argv) {
         return kUsage;
     }
 
+    // From here on the process reads the PATHs and reads and writes the cache, nothing else.
+    Confinement confinement;
+    for (const auto& root : roots)
+        confinement.paths.push_back({root.first, kReadFiles | kListFolders});
+    confinement.paths.push_back(
+        {cacheRoot, kReadFiles | kListFolders | kWriteFiles | kMakeFolders});
+    confineProcess(confinement);
+
     resetStop();
     SignalGuard signals;
     const auto start = std::chrono::steady_clock::now();
@@ -207,11 +218,33 @@ int runCache(int argc, char** argv) {
     std::mutex poolMutex;
     std::condition_variable poolDone;
     int running = 0;
-    auto work = [&] {
+    int jobs = options.jobs > 0 ? options.jobs : coreCount();
+    jobs = static_cast<int>(std::max(1L, std::min<long>(jobs, total)));
+    // A file that takes too long ends the run; its failure entry lets the next run go past it.
+    CacheWatchdog watchdog(jobs, [&](const std::string& path, int seconds) {
+        filler.report(path, "more than " + std::to_string(seconds) +
+                                " s of processor time; given up, and the run stops here");
+        filler.recordFailure(path);
+        std::fflush(stdout);
+        std::_Exit(kNoPreview);
+    });
+    auto process = [&](int worker, const std::string& path) {
+        watchdog.begin(worker, path);
+        CacheOutcome outcome = CacheOutcome::kFailed;
+        try {
+            outcome = filler.process(path);
+        } catch (const std::bad_alloc&) {
+            // The workers share the address-space limit that the watchdog set.
+            filler.report(path, "out of memory");
+        }
+        watchdog.end(worker);
+        return outcome;
+    };
+    auto work = [&](int worker) {
         for (;;) {
             long i = next.fetch_add(1);
             if (i >= total || stopping()) break;
-            switch (filler.process(files[static_cast<size_t>(i)])) {
+            switch (process(worker, files[static_cast<size_t>(i)])) {
             case CacheOutcome::kWritten:
                 ++counts.written;
                 break;
@@ -234,12 +267,10 @@ int runCache(int argc, char** argv) {
         poolDone.notify_all();
     };
 
-    int jobs = options.jobs > 0 ? options.jobs : coreCount();
-    jobs = static_cast<int>(std::max(1L, std::min<long>(jobs, total)));
     std::vector<std::thread> pool;
     running = jobs;
     for (int j = 0; j < jobs; ++j)
-        pool.emplace_back(work);
+        pool.emplace_back(work, j);
     {
         std::unique_lock<std::mutex> lock(poolMutex);
         while (!poolDone.wait_for(lock, std::chrono::milliseconds(100),

@@ -109,6 +109,19 @@ CacheOutcome CacheFiller::process(const std::string& path) {
         break;
     }
     report(path, result.message);
+    recordFailure(path, uri, name, mtime);
+    return CacheOutcome::kFailed;
+}
+
+void CacheFiller::recordFailure(const std::string& path) {
+    struct stat st;
+    if (::stat(path.c_str(), &st) != 0) return;
+    const std::string uri = GSFileURI(path);
+    recordFailure(path, uri, GSCacheEntryName(uri), st.st_mtime);
+}
+
+void CacheFiller::recordFailure(const std::string& path, const std::string& uri,
+                                const std::string& name, long long mtime) {
     std::vector<unsigned char> entry = GSMakeFailureEntry(uri, mtime, "ember-tide " ET_VERSION);
     for (const std::string* folder : {&failFolder, &gnomeFailFolder}) {
         std::string problem = GSMakePrivateFolders(*folder);
@@ -116,7 +129,6 @@ CacheOutcome CacheFiller::process(const std::string& path) {
         if (!problem.empty())
             report(path, "cannot record the failure in " + *folder + ": " + problem);
     }
-    return CacheOutcome::kFailed;
 }
 
 void CacheFiller::report(const std::string& path, const std::string& what) {

@@ -25,6 +25,9 @@ public:
     // Makes the size and failure folders; an empty text, or what went wrong.
     std::string makeFolders() const;
     CacheOutcome process(const std::string& path);
+    // Records `path` as failed (the failure entries of process()), for a file given up on
+    // from outside.
+    void recordFailure(const std::string& path);
     // Messages share the terminal with the progress line: the line is cleared first and drawn
     // again at the next tick.
     void report(const std::string& path, const std::string& what);
@@ -33,6 +36,9 @@ public:
     std::mutex outputMutex;
 
 private:
+    void recordFailure(const std::string& path, const std::string& uri, const std::string& name,
+                       long long mtime);
+
     const GSCacheSize* size;
     const bool force;
     const std::string sizeFolder, failFolder, gnomeFailFolder;

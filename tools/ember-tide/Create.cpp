@@ -1,9 +1,6 @@
 // Create.cpp - `ember-tide create`: a document (or selection) around a JPEG or PNG image,
-// written with the framework's own writer.
+// written with the framework's own writer and saved safely.
 #include "EmberTideDocumentWriter.h"
-#include "GSFile.h"
-#include "GSFileWorker.h"
-#include "GSFileWorkerMemory.h"
 #include "GSGetThumbnail.h"
 #include "GSImageHeader.h"
 #include "GSMemPicData.h"
@@ -11,7 +8,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -23,10 +19,12 @@ namespace tool {
 namespace {
 
 const char* kCreateHelp =
-    "Usage: ember-tide create [--version V] [--form long|byte] [--store inline|record|system-record]\n"
-    "                         [--selection] IMAGE OUT\n"
+    "Usage: ember-tide create [--version V] [--form long|byte] [--store "
+    "inline|record|system-record]\n"
+    "                         [--selection] [--backup] IMAGE OUT\n"
     "Writes a document whose preview is IMAGE (a JPEG or PNG file, stored byte for byte; its\n"
-    "width and height are read from its header).\n"
+    "width and height are read from its header). An existing OUT is replaced only once the new\n"
+    "document is complete (\"-\" writes to standard output).\n"
     "\n"
     "  --version V   document version: 3.2 (default), 2.0, 0x0300, 768, ... (1.0 to 3.15)\n"
     "  --form F      long: 4-byte lengths and counts; byte: compact (default for version 3;\n"
@@ -34,26 +32,12 @@ const char* kCreateHelp =
     "  --store S     inline picture data (default), or a picture-data object record\n"
     "                (record, system-record)\n"
     "  --selection   write a selection file instead of a document\n"
+    "  --backup      keep the previous OUT as NAME~.EXT (NAME~~.EXT, ... while that name is\n"
+    "                taken and cannot be freed)\n"
     "\n"
     "Exit status: 0 written; 1 IMAGE is not a JPEG or PNG; 2 usage or I/O error.\n"
-    "Example: ember-tide create --version 2.0 --store record photo.jpg photo.etd\n";
-
-// "3.2", "0x0302", "770" -> 0x0302; -1 when it is none of these.
-int parseVersion(const std::string& text) {
-    char* end = nullptr;
-    errno = 0;
-    if (auto dot = text.find('.'); dot != std::string::npos) {
-        long major = std::strtol(text.c_str(), &end, 10);
-        if (end != text.c_str() + dot) return -1;
-        long minor = std::strtol(text.c_str() + dot + 1, &end, 10);
-        if (*end || dot + 1 == text.size() || major < 0 || major > 15 || minor < 0 || minor > 15)
-            return -1;
-        return static_cast<int>((major << 8) | minor);
-    }
-    long value = std::strtol(text.c_str(), &end, 0);
-    if (text.empty() || *end || errno || value < 0 || value > 0x0F0F) return -1;
-    return static_cast<int>(value);
-}
+    "Example: ember-tide create --version 2.0 --store record photo.jpg photo.etd\n"
+    "         ember-tide create --backup photo.jpg photo.etd   (the old one: photo~.etd)\n";
 
 bool readWholeFile(const std::string& path, std::vector<unsigned char>* bytes, std::string* error) {
     std::ifstream in(path, std::ios::binary);
@@ -75,6 +59,7 @@ int runCreate(int argc, char** argv) {
     EmberTideDocumentOptions options;
     options.version = kEmberTideNewestVersion;
     std::string form;
+    bool backup = false;
     std::vector<std::string> files;
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
@@ -91,9 +76,8 @@ int runCreate(int argc, char** argv) {
         } else if (a == "--version") {
             const char* v = value("--version");
             if (!v) return kUsage;
-            int version = parseVersion(v);
-            // Only versions a reader accepts: majors 1 to 3, minors below 16.
-            if (version < 0x0100 || version > 0x030F || (version & 0xF0)) {
+            int version = parseDocumentVersion(v);
+            if (version < 0) {
                 usageError("create", std::string("not a document version: ") + v);
                 return kUsage;
             }
@@ -110,15 +94,20 @@ int runCreate(int argc, char** argv) {
             const char* v = value("--store");
             if (!v) return kUsage;
             std::string store = v;
-            if (store == "inline") options.store = EmberTideDocumentOptions::kInline;
-            else if (store == "record") options.store = EmberTideDocumentOptions::kRecord;
-            else if (store == "system-record") options.store = EmberTideDocumentOptions::kSystemRecord;
+            if (store == "inline")
+                options.store = EmberTideDocumentOptions::kInline;
+            else if (store == "record")
+                options.store = EmberTideDocumentOptions::kRecord;
+            else if (store == "system-record")
+                options.store = EmberTideDocumentOptions::kSystemRecord;
             else {
                 usageError("create", "--store is inline, record or system-record");
                 return kUsage;
             }
         } else if (a == "--selection") {
             options.selection = true;
+        } else if (a == "--backup") {
+            backup = true;
         } else if (a.size() > 1 && a[0] == '-') {
             usageError("create", "unknown option " + a);
             return kUsage;
@@ -136,6 +125,10 @@ int runCreate(int argc, char** argv) {
         return kUsage;
     }
     options.byteForm = version3 && form != "long";
+    if (backup && files[1] == "-") {
+        usageError("create", "--backup needs an OUT file");
+        return kUsage;
+    }
 
     std::vector<unsigned char> image;
     std::string error;
@@ -162,15 +155,11 @@ int runCreate(int argc, char** argv) {
     }
     if (!image.empty()) std::memcpy(preview.bytes.getMutableData(), image.data(), image.size());
 
-    GSFile file;
-    file.init(-100, static_cast<long>(image.size()) + 4096);
-    file.getFileWorker()->setAccessMode("wb+");
-    if (file.open() || EmberTideWriteDocument(&file, preview, options)) {
-        message(files[1], "cannot write the document");
-        return kIOError;
-    }
-    const auto& bytes = static_cast<GSFileWorkerMemory*>(file.getFileWorker())->getBuffer();
-    error = writeOutputFile(files[1], bytes.getData(), bytes.getSize());
+    // Nothing is opened at OUT before the image is known to be good: a refused IMAGE leaves an
+    // existing OUT as it was.
+    error = saveDocument(files[1], backup, preview.bytes.getSize(), [&](GSFile* file) {
+        return EmberTideWriteDocument(file, preview, options);
+    });
     if (!error.empty()) {
         message(files[1], "cannot write: " + error);
         return kIOError;

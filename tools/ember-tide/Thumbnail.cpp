@@ -1,6 +1,8 @@
 // Thumbnail.cpp - `ember-tide thumbnail [-s SIZE] FILE OUT`, the desktop thumbnailer's entry.
+#include "Confinement.h"
 #include "GSThumbnailRenderer.h"
 #include "Tool.h"
+#include "Watchdog.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -37,8 +39,10 @@ int runThumbnail(int argc, char** argv) {
         }
         if (a == "-s" || a == "--size" || a.rfind("--size=", 0) == 0) {
             std::string value;
-            if (a.rfind("--size=", 0) == 0) value = a.substr(7);
-            else if (i + 1 < argc) value = argv[++i];
+            if (a.rfind("--size=", 0) == 0)
+                value = a.substr(7);
+            else if (i + 1 < argc)
+                value = argv[++i];
             char* end = nullptr;
             long v = std::strtol(value.c_str(), &end, 10);
             if (value.empty() || *end || v < 1 || v > kMaxThumbnailSize) {
@@ -60,6 +64,15 @@ int runThumbnail(int argc, char** argv) {
         usageError("thumbnail", "FILE and OUT are needed");
         return kUsage;
     }
+    // From here on the process reads FILE and writes beside OUT, nothing else (the temporary
+    // file is opened for reading and writing, renamed over OUT, removed on failure).
+    limitThumbnailProcess(files[0]);
+    Confinement confinement;
+    confinement.paths.push_back({files[0], kReadFiles});
+    if (files[1] != "-")
+        confinement.paths.push_back({folderOf(files[1]), kReadFiles | kWriteFiles});
+    confineProcess(confinement);
+
     GSThumbnailRequest request;
     request.path = files[0];
     request.maxSize = size;
@@ -75,7 +88,8 @@ int runThumbnail(int argc, char** argv) {
     case GSThumbnailStatus::kOK:
         break;
     }
-    std::string error = writeOutputFile(files[1], result.png.data(), static_cast<long>(result.png.size()));
+    std::string error =
+        writeOutputFile(files[1], result.png.data(), static_cast<long>(result.png.size()));
     if (!error.empty()) {
         message(files[1], "cannot write: " + error);
         return kIOError;

@@ -1,11 +1,18 @@
-// Tool.cpp - messages, the preview look-up and safe output files.
+// Tool.cpp - messages, the preview look-up, version numbers and safe output files.
 #include "Tool.h"
 
+#include "GSFile.h"
 #include "GSFileSpec.h"
-#include "GSGetThumbnail.h"
+#include "GSFileSpecKeys.h"
+#include "GSFileWorker.h"
+#include "GSFileWorkerMemory.h"
+#include "GSLongDictionaryKey.h"
 #include "GSMemPicData.h"
+#include "GSObjectDictionary.h"
+#include "GSObjectRef.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
@@ -28,15 +35,16 @@ const char* formatName(int kind) {
     return kind == GSMemPicData::kPNG ? "png" : "jpeg";
 }
 
-DocumentPreview readDocumentPreview(const std::string& path) {
+DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
     DocumentPreview result;
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
         result.problem = std::strerror(errno);
         return result;
     }
-    if (S_ISDIR(st.st_mode)) {
-        result.problem = "is a folder";
+    if (!S_ISREG(st.st_mode)) {
+        // A pipe or a device could block the reader for ever, or never end.
+        result.problem = S_ISDIR(st.st_mode) ? "is a folder" : "not a regular file";
         return result;
     }
     EmberTideDocumentFacts facts;
@@ -44,11 +52,12 @@ DocumentPreview readDocumentPreview(const std::string& path) {
     GSTSize<int> size;
     try {
         errno = 0;
-        if (GSGetThumbnailWithFacts(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)),
-                                    &result.bytes, &kind, &infoValue, &size, &facts) != 0) {
+        GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
+        if (file.open() != 0) {
             result.problem = errno ? std::strerror(errno) : "cannot be opened";
             return result;
         }
+        EmberTideReadPreview(&file, &result.bytes, &kind, &infoValue, &size, &facts, selections);
     } catch (const std::exception& e) {
         result.problem = std::string("damaged document (") + e.what() + ")";
         result.bytes.clear();
@@ -58,6 +67,7 @@ DocumentPreview readDocumentPreview(const std::string& path) {
     result.selection = facts.isSelection;
     result.versionKnown = facts.versionRead;
     result.version = facts.version;
+    result.otherItems = facts.otherItems;
     result.hasPreview = result.bytes.getSize() > 0;
     if (result.hasPreview) {
         result.kind = kind;
@@ -65,8 +75,29 @@ DocumentPreview readDocumentPreview(const std::string& path) {
         result.infoValue = infoValue;
         result.sizeKnown = facts.sizeGiven;
         result.size = size;
+        result.store = facts.pictureStore;
     }
     return result;
+}
+
+int parseDocumentVersion(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    long version = -1;
+    if (auto dot = text.find('.'); dot != std::string::npos) {
+        long major = std::strtol(text.c_str(), &end, 10);
+        if (end != text.c_str() + dot) return -1;
+        long minor = std::strtol(text.c_str() + dot + 1, &end, 10);
+        if (*end || dot + 1 == text.size() || major < 0 || major > 15 || minor < 0 || minor > 15)
+            return -1;
+        version = (major << 8) | minor;
+    } else {
+        version = std::strtol(text.c_str(), &end, 0);
+        if (text.empty() || *end || errno) return -1;
+    }
+    // The version is stored as a major and a minor nibble; a reader takes majors 1 to 3.
+    if (version < 0x0100 || version > 0x030F || (version & 0xF0)) return -1;
+    return static_cast<int>(version);
 }
 
 namespace {
@@ -118,6 +149,91 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
         ::unlink(temporary.c_str());
         return std::strerror(error);
     }
+    return {};
+}
+
+namespace {
+
+std::string errorText(const char* otherwise) {
+    return errno ? std::strerror(errno) : otherwise;
+}
+
+std::string saveToStdout(long sizeHint, const DocumentWriter& write) {
+    GSFile file;
+    if (file.init(-100, sizeHint + 4096)) return "out of memory";
+    file.getFileWorker()->setAccessMode("wb+");
+    if (file.open() || write(&file)) return "cannot make the document";
+    const auto& bytes = static_cast<GSFileWorkerMemory*>(file.getFileWorker())->getBuffer();
+    return writeOutputFile("-", bytes.getData(), bytes.getSize());
+}
+
+} // namespace
+
+namespace {
+
+// Brings a file's bytes and then its folder's entry for it to the disk.
+bool syncFileAndFolder(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    bool ok = ::fsync(fd) == 0;
+    ::close(fd);
+    std::string folder = ".";
+    if (auto slash = path.rfind('/'); slash != std::string::npos)
+        folder = slash == 0 ? "/" : path.substr(0, slash);
+    fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd); // best effort: some file systems refuse to sync a folder
+        ::close(fd);
+    }
+    return ok;
+}
+
+} // namespace
+
+std::string saveDocument(const std::string& out, bool keepBackup, long sizeHint,
+                         const DocumentWriter& write) {
+    if (out == "-") return saveToStdout(sizeHint, write);
+    // A save puts a new file where the old item was: a folder would be exchanged and then
+    // deleted with all it holds, a device replaced by a plain file.
+    struct stat st;
+    const bool fresh = ::stat(out.c_str(), &st) != 0;
+    if (!fresh && !S_ISREG(st.st_mode))
+        return S_ISDIR(st.st_mode) ? "is a folder" : "not a regular file";
+
+    // The framework saves over an existing file through a hidden temporary file that is
+    // exchanged into place when complete. A new file it writes where it is named, so that one is
+    // written under a hidden temporary name beside OUT here, synced, and renamed into place: no
+    // reader ever sees half a document either way.
+    GSFileSpec target(GSString(out.c_str(), -1, GSString::kUTF8));
+    GSFileSpec spec = target;
+    if (fresh) spec.createTemporaryFilename(target.getExtender());
+    GSObjectRef<GSLongDictionaryKey> mode(new GSLongDictionaryKey(keepBackup ? 3 : 1));
+    if (spec.getOrCreateDictionary()->setObjectValue(GSFileSafetyModeKey, mode.get()))
+        return "out of memory";
+    GSFile file(spec, 1);
+    if (!file.getFileWorker()) return "out of memory";
+    file.getFileWorker()->setAccessMode("wb+");
+    errno = 0;
+    if (file.open()) return errorText("cannot be created");
+    errno = 0;
+    if (write(&file)) {
+        std::string error = errorText("cannot be written");
+        file.close(1); // discards the temporary file; the old document stays as it was
+        return error;
+    }
+    errno = 0;
+    if (file.close(0)) return errorText("cannot be saved");
+    if (!fresh) return {};
+
+    const GSString written = spec.getPathname(1);
+    const std::string temporary(written.getConstAddr(), static_cast<size_t>(written.getLength()));
+    errno = 0;
+    if (!syncFileAndFolder(temporary) || ::rename(temporary.c_str(), out.c_str()) != 0) {
+        std::string error = errorText("cannot be saved");
+        ::unlink(temporary.c_str());
+        return error;
+    }
+    syncFileAndFolder(out);
     return {};
 }
 

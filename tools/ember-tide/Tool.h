@@ -1,15 +1,19 @@
 // Tool.h - what the subcommands of ember-tide share: messages, exit statuses, the preview
-// look-up and output files.
+// look-up, output files and the safe save of documents.
 //
 // Messages go to stderr as "ember-tide: FILE: what happened". Exceptions of the framework stop
 // here: a document that makes extraction throw is reported and counts as having no preview.
 #pragma once
 
 #include "GSDynaArray.h"
+#include "GSGetThumbnail.h"
 #include "GSTSize.h"
 
 #include <cstdio>
+#include <functional>
 #include <string>
+
+class GSFile;
 
 namespace tool {
 
@@ -33,20 +37,44 @@ struct DocumentPreview {
     bool sizeKnown = false;
     GSTSize<int> size;
     GSDynaArray<unsigned char> bytes;
+    // Inline or an object record (of which class): known whenever a preview was found.
+    EmberTideDocumentFacts::PictureStore store = EmberTideDocumentFacts::kNoPicture;
+    long otherItems = 0; // items of the editor's own beside the preview
 };
 
-DocumentPreview readDocumentPreview(const std::string& path);
+// Reads everything and closes the file before it returns. A selection's preview is read only
+// with `selections` set: thumbnails and `extract` never show one, `convert` carries it over.
+DocumentPreview readDocumentPreview(const std::string& path, bool selections = false);
 
 // "jpeg" or "png" for a preview kind.
 const char* formatName(int kind);
+
+// "3.2", "0x0302", "770" -> 0x0302: a version that a reader accepts (majors 1 to 3, minors
+// below 16); -1 for anything else.
+int parseDocumentVersion(const std::string& text);
 
 // Writes bytes to `out` ("-": stdout) under a temporary name beside it, renamed into place once
 // complete. Returns an empty string, or what went wrong.
 std::string writeOutputFile(const std::string& out, const unsigned char* data, long size);
 
+// Fills an open file with a whole document; 0 on success.
+using DocumentWriter = std::function<short(GSFile*)>;
+
+// Saves a document at `out` with the framework's safe save: an existing file is left alone while
+// the new one is written beside it under a hidden temporary name, and a complete file is
+// exchanged into its place on close ("GSFileSafetyMode" 1); with `keepBackup` the previous
+// content stays under the framework's backup name, "name~.ext" (mode 3). A failed write discards
+// what was written. A link at `out` is followed, so the link stays a link. "-" builds the
+// document in memory and writes it to stdout; `sizeHint` is its expected size. Anything at `out`
+// that is not a regular file (a folder, a device) is refused, as a save would replace it.
+// Returns an empty string, or what went wrong.
+std::string saveDocument(const std::string& out, bool keepBackup, long sizeHint,
+                         const DocumentWriter& write);
+
 int runInfo(int argc, char** argv);
 int runExtract(int argc, char** argv);
 int runCreate(int argc, char** argv);
+int runConvert(int argc, char** argv);
 int runThumbnail(int argc, char** argv);
 int runCache(int argc, char** argv);
 

@@ -16,14 +16,19 @@ const char* kHelp =
     "                          the PATHs, in parallel, with progress on a terminal\n"
     "  info [--json] FILE...   what each file is and which preview it carries\n"
     "  extract FILE OUT        write the embedded preview (JPEG or PNG bytes) to OUT\n"
-    "  create [OPTIONS] IMAGE OUT\n"
-    "                          write a document around a JPEG or PNG image\n"
+    "  create [OPTIONS] [--backup] IMAGE OUT\n"
+    "                          write a document around a JPEG or PNG image; --backup keeps\n"
+    "                          the previous OUT as NAME~.EXT\n"
+    "  convert [--version V] [--form long|byte] IN OUT\n"
+    "                          write a document again in another version or chunk form,\n"
+    "                          with the same preview bytes\n"
     "\n"
     "  --help, --version       this text; the version\n"
     "  COMMAND --help          the command's own usage\n"
     "\n"
     "Examples: ember-tide thumbnail -s 128 photo.etd photo.png\n"
-    "          ember-tide cache ~/Pictures\n";
+    "          ember-tide cache ~/Pictures\n"
+    "          ember-tide convert --version 2.0 photo.etd photo-v2.etd\n";
 
 } // namespace
 
@@ -47,6 +52,7 @@ int main(int argc, char** argv) {
         if (std::strcmp(command, "info") == 0) return tool::runInfo(argc - 1, argv + 1);
         if (std::strcmp(command, "extract") == 0) return tool::runExtract(argc - 1, argv + 1);
         if (std::strcmp(command, "create") == 0) return tool::runCreate(argc - 1, argv + 1);
+        if (std::strcmp(command, "convert") == 0) return tool::runConvert(argc - 1, argv + 1);
         if (std::strcmp(command, "cache") == 0) return tool::runCache(argc - 1, argv + 1);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "ember-tide: %s: %s\n", command, e.what());

@@ -1,0 +1,256 @@
+// ConfinementTest.cpp - `thumbnail` and `cache` confine themselves, and a file that makes them
+// spin is given up, seen from outside by running the built tool.
+//
+// The tool's test hooks (compiled into debug builds only) do the looking: with
+// EMBER_TIDE_TEST_PROBE=FILE the confined process tries to open FILE, to make a socket and to
+// fork, and prints how each ended; with EMBER_TIDE_TEST_SPIN_ON=NAME it spins on the file NAME.
+// Where the kernel has no Landlock or seccomp, the tests that need them are skipped, not passed.
+#include "GSThumbnailCache.h"
+#include "RunTool.h"
+#include "SampleImages.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace testing_support;
+namespace fs = std::filesystem;
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitizerBuild = true;
+#else
+constexpr bool kSanitizerBuild = false;
+#endif
+
+int landlockABI() {
+#if defined(SYS_landlock_create_ruleset)
+    long abi = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, 1u);
+#else
+    long abi = ::syscall(444, nullptr, 0, 1u);
+#endif
+    return abi > 0 ? static_cast<int>(abi) : 0;
+}
+
+bool seccompFilters() {
+    // Without seccomp in the kernel, asking for the mode fails with EINVAL.
+    return ::prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0 || errno != EINVAL;
+}
+
+// Sets an environment variable for the tools started while it lives.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value) : name(name) {
+        ::setenv(name, value.c_str(), 1);
+    }
+    ~ScopedVariable() { ::unsetenv(name); }
+
+private:
+    const char* name;
+};
+
+// The tool's probe line as key=value pairs (empty when it printed none).
+std::map<std::string, std::string> probe(const ToolRun& run) {
+    std::map<std::string, std::string> values;
+    const std::string marker = "ember-tide: probe: ";
+    size_t at = run.err.find(marker);
+    if (at == std::string::npos) return values;
+    std::istringstream line(run.err.substr(at + marker.size(), run.err.find('\n', at) - at));
+    for (std::string pair; line >> pair;)
+        if (size_t eq = pair.find('='); eq != std::string::npos)
+            values[pair.substr(0, eq)] = pair.substr(eq + 1);
+    return values;
+}
+
+// Runs the tool through the shell: `setup` (ulimit, cd) first.
+ToolRun runInShell(const std::string& setup, const std::vector<std::string>& args) {
+    TempFolder folder;
+    std::vector<std::string> argv = {"/bin/sh", "-c", setup + " && exec \"$0\" \"$@\"",
+                                     ET_TOOL_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    return finishProcess(startProcess(argv, folder.path("out"), folder.path("err")),
+                         folder.path("out"), folder.path("err"));
+}
+
+class Confinement : public testing::Test {
+protected:
+    void SetUp() override {
+#if !defined(ET_TEST_HOOKS)
+        GTEST_SKIP() << "ember-tide was built without test hooks (a release build)";
+#endif
+        jpeg = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85);
+        writeDocument(path("in/doc.etd"), jpeg);
+        for (const char* name : {"elsewhere", "out"})
+            fs::create_directories(path(name));
+        for (const char* name : {"in/sibling.txt", "elsewhere/secret.txt", "out/placed.txt"})
+            writeFile(path(name), {'s'});
+    }
+
+    // The confinement tests need both mechanisms in the kernel.
+    static bool kernelConfines() {
+        return landlockABI() > 0 && seccompFilters();
+    }
+
+    std::string path(const std::string& name) const {
+        return folder.path(name);
+    }
+
+    static void expectPNG(const std::string& file, int width, int height) {
+        samples::Picture picture = samples::decodePNG(readFile(file));
+        EXPECT_EQ(picture.width, width) << file << " (0: no whole PNG)";
+        EXPECT_EQ(picture.height, height) << file;
+    }
+
+    TempFolder folder;
+    Bytes jpeg;
+};
+
+} // namespace
+
+TEST_F(Confinement, ThumbnailReadsItsFileAndWritesBesideOutOnly) {
+    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
+    struct Case {
+        const char* probe; // what the confined process tries to open
+        const char* out;
+        const char* open; // how that ends
+    } cases[] = {
+        {"elsewhere/secret.txt", "out/t.png", "EACCES"},
+        {"in/sibling.txt", "out/t.png", "EACCES"}, // FILE's rule covers FILE alone
+        {"out/placed.txt", "-", "EACCES"},         // nothing is written: no folder is open
+        {"in/doc.etd", "out/t.png", "ok"},         // what it may do, it can
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string("probe ") + c.probe + ", OUT " + c.out);
+        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(c.probe));
+        std::string out = c.out[0] == '-' ? "-" : path(c.out);
+        ToolRun r = runTool({"thumbnail", "-s", "32", path("in/doc.etd"), out});
+        ASSERT_EQ(r.status, 0) << r.err;
+        auto seen = probe(r);
+        EXPECT_EQ(seen["open"], c.open) << r.err;
+        EXPECT_EQ(seen["socket"], "EPERM") << r.err;
+        EXPECT_EQ(seen["fork"], "EPERM") << r.err;
+        if (out == "-") {
+            samples::Picture picture = samples::decodePNG(Bytes(r.out.begin(), r.out.end()));
+            EXPECT_EQ(picture.width, 32) << "the PNG on stdout";
+        } else {
+            expectPNG(out, 32, 24);
+            fs::remove(out);
+        }
+    }
+    std::vector<std::string> left;
+    for (const auto& entry : fs::directory_iterator(path("out")))
+        left.push_back(entry.path().filename());
+    EXPECT_EQ(left, std::vector<std::string>{"placed.txt"}) << "no temporary file is left";
+}
+
+// Relative paths and an OUT without a folder: the rules are made from the paths as given.
+TEST_F(Confinement, ThumbnailWithRelativePaths) {
+    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
+    ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("elsewhere/secret.txt"));
+    ToolRun besideOut = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "../out/r.png"});
+    ASSERT_EQ(besideOut.status, 0) << besideOut.err;
+    EXPECT_EQ(probe(besideOut)["open"], "EACCES") << besideOut.err;
+    expectPNG(path("out/r.png"), 256, 192);
+
+    ToolRun inPlace = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
+    ASSERT_EQ(inPlace.status, 0) << inPlace.err;
+    EXPECT_EQ(probe(inPlace)["open"], "EACCES") << inPlace.err;
+    expectPNG(path("in/r.png"), 256, 192);
+}
+
+TEST_F(Confinement, CacheReadsItsTreesAndWritesTheCacheOnly) {
+    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
+    writeDocument(path("a/one.etd"), jpeg);
+    writeDocument(path("a/deep/two.etd"), jpeg);
+    writeDocument(path("b/three.etd"), jpeg);
+    ScopedVariable cacheHome("XDG_CACHE_HOME", path("cache"));
+    for (const auto& [probed, expected] :
+         {std::pair{"elsewhere/secret.txt", "EACCES"}, std::pair{"in/doc.etd", "EACCES"},
+          std::pair{"a/deep/two.etd", "ok"}, std::pair{"b/three.etd", "ok"}}) {
+        SCOPED_TRACE(probed);
+        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(probed));
+        // Two workers: threads must still be possible in the confined process.
+        ToolRun r = runTool({"cache", "--json", "--force", "--jobs", "2", path("a"), path("b")});
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out.rfind("{\"written\": 3,", 0), 0u) << r.out;
+        auto seen = probe(r);
+        EXPECT_EQ(seen["open"], expected) << r.err;
+        EXPECT_EQ(seen["socket"], "EPERM") << r.err;
+        EXPECT_EQ(seen["fork"], "EPERM") << r.err;
+    }
+    for (const char* file : {"a/one.etd", "a/deep/two.etd", "b/three.etd"})
+        expectPNG(path("cache/thumbnails/large/") + GSCacheEntryName(GSFileURI(path(file))), 256,
+                  192);
+}
+
+// The limits hold with or without Landlock; the ones a caller set lower are kept.
+TEST_F(Confinement, ThumbnailLimits) {
+    ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("elsewhere/secret.txt"));
+    const std::vector<std::string> args = {"thumbnail", path("in/doc.etd"), path("out/l.png")};
+    ToolRun own = runTool(args);
+    ASSERT_EQ(own.status, 0) << own.err;
+    auto limits = probe(own);
+    EXPECT_EQ(limits["cpu"], "15") << own.err;
+    EXPECT_EQ(limits["as"], kSanitizerBuild ? "none" : "1073741824") << own.err;
+
+    // (The sanitizers' shadow memory needs more address space than any limit would leave.)
+    ToolRun lower = runInShell(
+        kSanitizerBuild ? "ulimit -S -t 5" : "ulimit -S -t 5 && ulimit -S -v 524288", args);
+    ASSERT_EQ(lower.status, 0) << lower.err;
+    limits = probe(lower);
+    EXPECT_EQ(limits["cpu"], "5") << lower.err;
+    EXPECT_EQ(limits["as"], kSanitizerBuild ? "none" : "536870912") << lower.err;
+}
+
+TEST_F(Confinement, AThumbnailThatSpinsIsGivenUp) {
+    ScopedVariable seconds("EMBER_TIDE_TEST_CPU_SECONDS", "1");
+    ScopedVariable spin("EMBER_TIDE_TEST_SPIN_ON", "doc.etd");
+    const auto start = std::chrono::steady_clock::now();
+    ToolRun r = runTool({"thumbnail", path("in/doc.etd"), path("out/s.png")});
+    const double elapsed =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_EQ(r.status, 1) << "signal " << r.signal << ": " << r.err;
+    EXPECT_EQ(r.err, "ember-tide: " + path("in/doc.etd") +
+                         ": more than 1 s of processor time; given up\n");
+    EXPECT_FALSE(fs::exists(path("out/s.png")));
+    EXPECT_LT(elapsed, 30) << "given up on processor time, not on the wall clock";
+}
+
+// In the cache the budget is per file: the run stops at the file that spins and records it as
+// failed, so that the next run goes past it.
+TEST_F(Confinement, ACacheFileThatSpinsIsGivenUpAndRecorded) {
+    writeDocument(path("tree/a.etd"), jpeg);
+    writeDocument(path("tree/spin.etd"), jpeg);
+    writeDocument(path("tree/z.etd"), jpeg);
+    ScopedVariable cacheHome("XDG_CACHE_HOME", path("cache"));
+    ScopedVariable seconds("EMBER_TIDE_TEST_CPU_SECONDS", "1");
+    ScopedVariable spin("EMBER_TIDE_TEST_SPIN_ON", "spin.etd");
+    // Should the watchdog fail, the process-wide limit ends the test instead of hanging it.
+    const std::vector<std::string> args = {"cache", "--json", "--jobs", "2", path("tree")};
+    ToolRun first = runInShell("ulimit -t 60", args);
+    EXPECT_EQ(first.status, 1) << "signal " << first.signal << ": " << first.err;
+    EXPECT_NE(first.err.find(path("tree/spin.etd") + ": more than 1 s of processor time; given "
+                                                     "up, and the run stops here"),
+              std::string::npos)
+        << first.err;
+    const std::string entry = GSCacheEntryName(GSFileURI(path("tree/spin.etd")));
+    EXPECT_TRUE(fs::exists(path("cache/thumbnails/fail/ember-tide-" ET_VERSION "/") + entry));
+
+    ::unsetenv("EMBER_TIDE_TEST_SPIN_ON");
+    ToolRun second = runInShell("ulimit -t 60", args);
+    EXPECT_EQ(second.status, 1) << second.err;
+    EXPECT_NE(second.err.find("a failure recorded earlier"), std::string::npos) << second.err;
+    EXPECT_EQ(second.out.rfind("{\"written\": ", 0), 0u) << second.out;
+    for (const char* file : {"tree/a.etd", "tree/z.etd"})
+        expectPNG(path("cache/thumbnails/large/") + GSCacheEntryName(GSFileURI(path(file))), 256,
+                  192);
+}

@@ -1,0 +1,149 @@
+// Watchdog.cpp - resource limits of the thumbnail command, the cache's per-file CPU monitor.
+#include "Watchdog.h"
+
+#include "Confinement.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
+#include <utility>
+
+namespace tool {
+
+namespace {
+
+// Lowers the soft limit to `soft` and the hard one to `hard`, keeping whichever the caller set
+// lower already (a soft limit stays below the hard one).
+void lowerLimit(int resource, rlim_t soft, rlim_t hard) {
+    struct rlimit limit;
+    if (::getrlimit(resource, &limit) != 0) return;
+    limit.rlim_max = std::min(limit.rlim_max, hard);
+    limit.rlim_cur = std::min({limit.rlim_cur, soft, limit.rlim_max});
+    ::setrlimit(resource, &limit);
+}
+
+// The processor-time budget: kThumbnailCPUSeconds, or in builds with test hooks what
+// EMBER_TIDE_TEST_CPU_SECONDS says, so that a test need not wait for the real one.
+int cpuSeconds() {
+#if defined(ET_TEST_HOOKS)
+    if (const char* text = std::getenv("EMBER_TIDE_TEST_CPU_SECONDS")) {
+        int seconds = std::atoi(text);
+        if (seconds > 0) return seconds;
+    }
+#endif
+    return kThumbnailCPUSeconds;
+}
+
+// Test hook: a file named as EMBER_TIDE_TEST_SPIN_ON says takes processor time for ever, as a
+// parser caught in a loop would.
+void spinIfAsked([[maybe_unused]] const std::string& path) {
+#if defined(ET_TEST_HOOKS)
+    const char* name = std::getenv("EMBER_TIDE_TEST_SPIN_ON");
+    if (!name || !*name) return;
+    const size_t slash = path.rfind('/');
+    if (path.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, name) != 0)
+        return;
+    volatile unsigned long turns = 0;
+    for (;;)
+        turns = turns + 1;
+#endif
+}
+
+// What the SIGXCPU handler writes: made before the handler is installed, since a handler may
+// only call what is safe in a signal.
+char overrunMessage[1024];
+size_t overrunMessageLength = 0;
+
+extern "C" void onCPULimit(int) {
+    (void)!::write(STDERR_FILENO, overrunMessage, overrunMessageLength);
+    ::_exit(1);
+}
+
+double seconds(clockid_t clock) {
+    timespec now{};
+    ::clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+} // namespace
+
+void limitThumbnailProcess(const std::string& file) {
+    const int budget = cpuSeconds();
+    lowerLimit(RLIMIT_CPU, static_cast<rlim_t>(budget), static_cast<rlim_t>(budget) + 2);
+    // The message names the limit in force, which the caller may have set lower.
+    struct rlimit cpu {};
+    ::getrlimit(RLIMIT_CPU, &cpu);
+    int n = std::snprintf(overrunMessage, sizeof overrunMessage,
+                          "ember-tide: %s: more than %llu s of processor time; given up\n",
+                          file.c_str(), static_cast<unsigned long long>(cpu.rlim_cur));
+    overrunMessageLength = n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof overrunMessage - 1);
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onCPULimit;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(SIGXCPU, &action, nullptr);
+    if (!kSanitizerBuild)
+        lowerLimit(RLIMIT_AS, static_cast<rlim_t>(kThumbnailAddressSpace),
+                   static_cast<rlim_t>(kThumbnailAddressSpace));
+    spinIfAsked(file);
+}
+
+CacheWatchdog::CacheWatchdog(int jobs, OverrunHandler onOverrun)
+    : budget(cpuSeconds()), onOverrun(std::move(onOverrun)),
+      slots(static_cast<size_t>(std::max(jobs, 1))) {
+    if (!kSanitizerBuild) {
+        const rlim_t limit = static_cast<rlim_t>(kThumbnailAddressSpace) * (slots.size() + 1);
+        lowerLimit(RLIMIT_AS, limit, RLIM_INFINITY);
+    }
+    thread = std::thread([this] { monitor(); });
+}
+
+CacheWatchdog::~CacheWatchdog() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+    }
+    wake.notify_all();
+    thread.join();
+}
+
+void CacheWatchdog::begin(int worker, const std::string& path) {
+    clockid_t clock{};
+    if (::pthread_getcpuclockid(::pthread_self(), &clock) == 0) {
+        std::lock_guard<std::mutex> lock(mutex);
+        Slot& slot = slots.at(static_cast<size_t>(worker));
+        slot.busy = true;
+        slot.clock = clock;
+        slot.started = seconds(clock);
+        slot.path = path;
+    }
+    spinIfAsked(path);
+}
+
+void CacheWatchdog::end(int worker) {
+    std::lock_guard<std::mutex> lock(mutex);
+    slots.at(static_cast<size_t>(worker)).busy = false;
+}
+
+void CacheWatchdog::monitor() {
+    std::unique_lock<std::mutex> lock(mutex);
+    while (!stopping) {
+        // A tenth of a second overshoots the budget by little and costs nothing.
+        wake.wait_for(lock, std::chrono::milliseconds(100));
+        for (const Slot& slot : slots) {
+            if (!slot.busy || seconds(slot.clock) - slot.started <= budget) continue;
+            std::string path = slot.path;
+            lock.unlock();
+            onOverrun(path, budget);
+            std::_Exit(1); // onOverrun should not come back; the run cannot go on if it does
+        }
+    }
+}
+
+} // namespace tool

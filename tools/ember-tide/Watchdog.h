@@ -1,0 +1,78 @@
+// Watchdog.h - bounds on the processor time and the memory that one thumbnail may take, so that
+// a document made to be slow or greedy can never stall the program that asked for it.
+//
+// The parsers are meant to stay within these bounds on any input (counts are checked against
+// the bytes left, nesting is limited, pixels are budgeted); the watchdog is what holds when one
+// of them is wrong. `ember-tide thumbnail` is one process per file, so the kernel's limits do
+// the work: RLIMIT_CPU and RLIMIT_AS. `ember-tide cache` thumbnails many files in one process on
+// several threads, where a process-wide CPU limit would end a long run for no fault: there a
+// monitor thread reads each worker's own CPU clock and gives up the run when one file has taken
+// more than the same budget, and the address space is bounded per worker.
+//
+// Sanitizer builds get no address-space limit: their shadow memory reserves terabytes of it.
+#pragma once
+
+#include <condition_variable>
+#include <ctime>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tool {
+
+// A thumbnail takes milliseconds. The most that a well-formed document can ask for, a JPEG
+// preview of 100 million pixels of noise (117 MB) fitted into 4096 x 4096, takes under 5 s of
+// processor time on a slow virtual core, 1.5 s at the desktop's largest size (1024): three times
+// that leaves room for slower machines and still ends a parser caught in a loop long before a
+// user gives up on the folder.
+inline constexpr int kThumbnailCPUSeconds = 15;
+// The decoders' budgets (96 MiB of pixels, 96 MiB of libjpeg working memory, a 4096 x 4096
+// result and its PNG) with the preview's own bytes and the program's mappings fit in well under
+// this.
+inline constexpr long kThumbnailAddressSpace = 1L << 30;
+
+// `ember-tide thumbnail FILE`: RLIMIT_CPU of kThumbnailCPUSeconds, after which the process ends
+// with status 1 (no thumbnail) and a message that names FILE (the hard limit, two seconds later,
+// kills it should that fail), and RLIMIT_AS of kThumbnailAddressSpace. Limits that the caller
+// set lower are kept.
+void limitThumbnailProcess(const std::string& file);
+
+// `ember-tide cache`: created before the workers start, destroyed after they have ended.
+class CacheWatchdog {
+public:
+    // Sets RLIMIT_AS to (jobs + 1) x kThumbnailAddressSpace (unless lower already) and starts
+    // the monitor. `onOverrun` runs on the monitor's thread with the path of a file that took
+    // more than `seconds` (kThumbnailCPUSeconds) of its worker's time; it must end the process,
+    // since the worker cannot be stopped.
+    using OverrunHandler = std::function<void(const std::string& path, int seconds)>;
+    CacheWatchdog(int jobs, OverrunHandler onOverrun);
+    ~CacheWatchdog();
+    CacheWatchdog(const CacheWatchdog&) = delete;
+    CacheWatchdog& operator=(const CacheWatchdog&) = delete;
+
+    // Called by worker `worker` (0 to jobs - 1) on its own thread around each file.
+    void begin(int worker, const std::string& path);
+    void end(int worker);
+
+private:
+    struct Slot {
+        bool busy = false;
+        clockid_t clock{};  // the worker thread's CPU clock
+        double started = 0; // its reading when the file began, in seconds
+        std::string path;
+    };
+
+    void monitor();
+
+    const int budget;
+    const OverrunHandler onOverrun;
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::vector<Slot> slots;
+    bool stopping = false;
+    std::thread thread;
+};
+
+} // namespace tool
