@@ -126,6 +126,7 @@ TEST_F(Confinement, ThumbnailReadsItsFileAndWritesBesideOutOnly) {
         {"elsewhere/secret.txt", "out/t.png", "EACCES"},
         {"in/sibling.txt", "out/t.png", "EACCES"}, // FILE's rule covers FILE alone
         {"out/placed.txt", "-", "EACCES"},         // nothing is written: no folder is open
+        {"out/placed.txt", "out/t.png", "EACCES"}, // OUT's folder is for writing only
         {"in/doc.etd", "out/t.png", "ok"},         // what it may do, it can
     };
     for (const Case& c : cases) {

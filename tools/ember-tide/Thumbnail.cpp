@@ -65,12 +65,11 @@ int runThumbnail(int argc, char** argv) {
         return kUsage;
     }
     // From here on the process reads FILE and writes beside OUT, nothing else (the temporary
-    // file is opened for reading and writing, renamed over OUT, removed on failure).
+    // file is opened for writing only, renamed over OUT, removed on failure).
     limitThumbnailProcess(files[0]);
     Confinement confinement;
     confinement.paths.push_back({files[0], kReadFiles});
-    if (files[1] != "-")
-        confinement.paths.push_back({folderOf(files[1]), kReadFiles | kWriteFiles});
+    if (files[1] != "-") confinement.paths.push_back({folderOf(files[1]), kWriteFiles});
     confineProcess(confinement);
 
     GSThumbnailRequest request;

@@ -10,12 +10,14 @@
 #include "GSMemPicData.h"
 #include "GSObjectDictionary.h"
 #include "GSObjectRef.h"
+#include "GSRandom.h"
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -126,15 +128,29 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
         folder = slash == 0 ? "/" : out.substr(0, slash);
         name = out.substr(slash + 1);
     }
-    std::string temporary = folder + "/." + name + ".XXXXXX";
-    int fd = ::mkstemp(temporary.data());
+    // The temporary file is opened for writing only (O_EXCL under a random name, as mkstemp
+    // would, but without its read access), so that a confined thumbnailer needs no right to read
+    // anything in OUT's folder.
+    std::string temporary;
+    int fd = -1;
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+        // Unpredictable, unlike the framework's generator, which starts alike in every process.
+        unsigned char random[6];
+        if (::getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
+            for (unsigned char& r : random)
+                r = static_cast<unsigned char>(GSRandom32() ^ static_cast<unsigned>(::getpid()));
+        char suffix[8];
+        for (int i = 0; i < 6; ++i) {
+            unsigned r = random[i] % 36u;
+            suffix[i] = static_cast<char>(r < 10 ? '0' + r : 'a' + (r - 10));
+        }
+        suffix[6] = 0;
+        temporary = folder + "/." + name + "." + suffix;
+        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                    0666); // the umask applies, as for any new file
+        if (fd < 0 && errno != EEXIST) break;
+    }
     if (fd < 0) return std::strerror(errno);
-    ::fchmod(
-        fd, 0644 & ~[] {
-            mode_t mask = ::umask(0);
-            ::umask(mask);
-            return mask;
-        }());
     bool ok = writeAll(fd, data, size);
     int error = errno;
     if (::close(fd) != 0 && ok) {
