@@ -1,4 +1,4 @@
-// FileSpecTest.cpp - file specifications: names, paths and extenders, temporary names, options,
+// FileSpecTest.cpp - file specs: names, paths and extenders, temporary names, options,
 // equality and copies, links, and the file form.
 #include "GSArrayObjects.h"
 #include "GSFile.h"

@@ -1,5 +1,5 @@
 // WorkersTest.cpp - access modes, text operations, the open/close protocol, the memory and
-// stream workers, and memory file specifications opened through GSFile.
+// stream workers, and memory file specs opened through GSFile.
 #include "GSArrayObjects.h"
 #include "GSFileWorkerMemory.h"
 #include "GSFileWorkerStream.h"
@@ -205,7 +205,7 @@ TEST(MemoryWorker, RegisteredByNameAndCreatable) {
     EXPECT_EQ(GSFileWorkerMemory(-50, 0).getBuffer().getCapacity(), 8192);
 }
 
-// A memory file specification opens a memory worker through GSFile: the same code that saves a
+// A memory file spec opens a memory worker through GSFile: the same code that saves a
 // document to a file saves it to memory, and reads it back from bytes in the dictionary.
 TEST(MemoryWorker, MemoryFileSpecsOpenThroughGSFile) {
     using namespace save_test;

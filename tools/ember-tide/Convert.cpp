@@ -37,9 +37,6 @@ const char* kConvertHelp =
     "written); 2 usage or I/O error, or OUT is IN and IN holds items that would be lost.\n"
     "Example: ember-tide convert --version 2.0 photo.etd photo-v2.etd\n";
 
-const char* kVersionOption = "--version";
-const char* kFormOption = "--form";
-
 EmberTideDocumentOptions::Store storeOf(EmberTideDocumentFacts::PictureStore store) {
     switch (store) {
     case EmberTideDocumentFacts::kRecord:
@@ -73,26 +70,8 @@ int runConvert(int argc, char** argv) {
             std::fputs(kConvertHelp, stdout);
             return kOK;
         }
-        if (a == kVersionOption || a == kFormOption) {
-            if (i + 1 >= argc) {
-                usageError("convert", a + " needs a value");
-                return kUsage;
-            }
-            std::string v = argv[++i];
-            if (a == kFormOption) {
-                form = v;
-                if (form != "long" && form != "byte") {
-                    usageError("convert", "--form is long or byte");
-                    return kUsage;
-                }
-                continue;
-            }
-            int version = parseDocumentVersion(v);
-            if (version < 0) {
-                usageError("convert", "not a document version: " + v);
-                return kUsage;
-            }
-            options.version = static_cast<short>(version);
+        if (int taken = parseLayoutOption("convert", argc, argv, &i, &options, &form)) {
+            if (taken < 0) return kUsage;
         } else if (a.size() > 1 && a[0] == '-') {
             usageError("convert", "unknown option " + a);
             return kUsage;
@@ -104,12 +83,7 @@ int runConvert(int argc, char** argv) {
         usageError("convert", "IN and OUT are needed");
         return kUsage;
     }
-    bool version3 = options.version >= 0x0300;
-    if (form == "byte" && !version3) {
-        usageError("convert", "the byte form needs version 3.0 or later");
-        return kUsage;
-    }
-    options.byteForm = version3 && form != "long";
+    if (!applyLayoutForm("convert", form, &options)) return kUsage;
 
     // Everything is read, and IN closed, before OUT is opened.
     DocumentPreview d = readDocumentPreview(files[0], true);

@@ -73,23 +73,8 @@ int runCreate(int argc, char** argv) {
         if (a == "--help" || a == "-h") {
             std::fputs(kCreateHelp, stdout);
             return kOK;
-        } else if (a == "--version") {
-            const char* v = value("--version");
-            if (!v) return kUsage;
-            int version = parseDocumentVersion(v);
-            if (version < 0) {
-                usageError("create", std::string("not a document version: ") + v);
-                return kUsage;
-            }
-            options.version = static_cast<short>(version);
-        } else if (a == "--form") {
-            const char* v = value("--form");
-            if (!v) return kUsage;
-            form = v;
-            if (form != "long" && form != "byte") {
-                usageError("create", "--form is long or byte");
-                return kUsage;
-            }
+        } else if (int taken = parseLayoutOption("create", argc, argv, &i, &options, &form)) {
+            if (taken < 0) return kUsage;
         } else if (a == "--store") {
             const char* v = value("--store");
             if (!v) return kUsage;
@@ -119,12 +104,7 @@ int runCreate(int argc, char** argv) {
         usageError("create", "IMAGE and OUT are needed");
         return kUsage;
     }
-    bool version3 = options.version >= 0x0300;
-    if (form == "byte" && !version3) {
-        usageError("create", "the byte form needs version 3.0 or later");
-        return kUsage;
-    }
-    options.byteForm = version3 && form != "long";
+    if (!applyLayoutForm("create", form, &options)) return kUsage;
     if (backup && files[1] == "-") {
         usageError("create", "--backup needs an OUT file");
         return kUsage;

@@ -82,6 +82,43 @@ DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
     return result;
 }
 
+int parseLayoutOption(const char* command, int argc, char** argv, int* i,
+                      EmberTideDocumentOptions* options, std::string* form) {
+    const std::string a = argv[*i];
+    if (a != "--version" && a != "--form") return 0;
+    if (*i + 1 >= argc) {
+        usageError(command, a + " needs a value");
+        return -1;
+    }
+    const std::string v = argv[++*i];
+    if (a == "--form") {
+        if (v != "long" && v != "byte") {
+            usageError(command, "--form is long or byte");
+            return -1;
+        }
+        *form = v;
+        return 1;
+    }
+    int version = parseDocumentVersion(v);
+    if (version < 0) {
+        usageError(command, "not a document version: " + v);
+        return -1;
+    }
+    options->version = static_cast<short>(version);
+    return 1;
+}
+
+bool applyLayoutForm(const char* command, const std::string& form,
+                     EmberTideDocumentOptions* options) {
+    bool version3 = options->version >= 0x0300;
+    if (form == "byte" && !version3) {
+        usageError(command, "the byte form needs version 3.0 or later");
+        return false;
+    }
+    options->byteForm = version3 && form != "long";
+    return true;
+}
+
 int parseDocumentVersion(const std::string& text) {
     char* end = nullptr;
     errno = 0;

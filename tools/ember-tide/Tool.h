@@ -5,6 +5,7 @@
 // here: a document that makes extraction throw is reported and counts as having no preview.
 #pragma once
 
+#include "EmberTideDocumentWriter.h"
 #include "GSDynaArray.h"
 #include "GSGetThumbnail.h"
 #include "GSTSize.h"
@@ -52,6 +53,16 @@ const char* formatName(int kind);
 // "3.2", "0x0302", "770" -> 0x0302: a version that a reader accepts (majors 1 to 3, minors
 // below 16); -1 for anything else.
 int parseDocumentVersion(const std::string& text);
+
+// The layout options that create and convert share: `--version V` and `--form long|byte`.
+// Returns 1 when argv[*i] was one of them (its value consumed, *i moved past it), 0 when not,
+// -1 after a usage error was reported.
+int parseLayoutOption(const char* command, int argc, char** argv, int* i,
+                      EmberTideDocumentOptions* options, std::string* form);
+// Sets the byte form once all options are read (the default from version 3 on); false after a
+// usage error was reported.
+bool applyLayoutForm(const char* command, const std::string& form,
+                     EmberTideDocumentOptions* options);
 
 // Writes bytes to `out` ("-": stdout) under a temporary name beside it, renamed into place once
 // complete. Returns an empty string, or what went wrong.
