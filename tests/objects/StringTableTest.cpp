@@ -187,40 +187,6 @@ TEST(NumericStringTable, AddReadsTheKeyTextAsAnInteger) {
     EXPECT_EQ(listing(basic), (Listing{"-7=minus", "0=zero", "42=answer"}));
 }
 
-TEST(StringTable, ConstructorsPassCapacityAndGrowthToTheEntries) {
-    EXPECT_EQ(GSStringTable().getCapacity(), 0);
-    EXPECT_EQ(GSNumericStringTable().getCapacity(), 0);
-    GSStringTable strings(10, 5);
-    GSNumericStringTable numbers(10, 5);
-    EXPECT_EQ(strings.getCapacity(), 10);
-    EXPECT_EQ(numbers.getCapacity(), 10);
-    for (int i = 0; i < 11; ++i) {
-        strings.setValue(GSString::withCopyOf(std::to_string(i).c_str()), "v");
-        numbers.setValue(i, "v");
-    }
-    // The 11th entry grows by the fixed step of 5 past the 11 asked for.
-    EXPECT_EQ(strings.getCapacity(), 16);
-    EXPECT_EQ(numbers.getCapacity(), 16);
-    EXPECT_EQ(strings.getEntrySize(), static_cast<long>(sizeof(_StringTableEntry)));
-    EXPECT_EQ(numbers.getEntrySize(), static_cast<long>(sizeof(_NumericStringTableEntry)));
-
-    EXPECT_EQ(GSStringTable::null.getCount(), 0);
-    EXPECT_EQ(GSNumericStringTable::null.getCount(), 0);
-    EXPECT_EQ(GSNumericStringTable::null.isSorted(), 1);
-    EXPECT_TRUE(GSNumericStringTable::null.getValue(1).isNull());
-}
-
-TEST(StringTable, CompareSimpleIsByteOrder) {
-    _StringTableEntry e{kPrecomposed, ""}, f{"f", ""}, empty{"", ""}, none{GSString(), ""};
-    EXPECT_GT(GSStringTable::compareSimple(&e, &f), 0) << "0xC3 is above 'f'";
-    EXPECT_LT(GSDynaArray<_StringTableEntry>::compareAscending(&e, &f), 0);
-    EXPECT_EQ(GSStringTable::compareSimple(&empty, &none), 0);
-    EXPECT_LT(GSStringTable::compareSimple(&none, &f), 0);
-    _StringTableEntry decomposed{kDecomposed, ""};
-    EXPECT_NE(GSStringTable::compareSimple(&e, &decomposed), 0);
-    EXPECT_EQ(GSDynaArray<_StringTableEntry>::compareAscending(&e, &decomposed), 0);
-}
-
 TEST(StringTable, UnsortedTablesAppendAndSortLater) {
     GSStringTable table;
     table.setSorted(0);

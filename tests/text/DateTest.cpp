@@ -87,31 +87,13 @@ std::string format(const GSDate& date, const char* pattern, const GSNumericStrin
 
 } // namespace
 
-TEST(Date, LayoutInvalidAndConstruction) {
-    EXPECT_EQ(sizeof(GSDate), 16u);
+TEST(Date, CalendarOperationsStayInsideTheirTablesOnTheInvalidDate) {
     const GSDate& none = GSDate::invalid;
-    EXPECT_EQ(none.day, 255);
-    EXPECT_EQ(none.month, 255);
-    EXPECT_EQ(none.year, -1);
-    EXPECT_EQ(none.hour + none.minute + none.second + none.millisecond, 0);
     EXPECT_EQ(GSDate(), GSDate::invalid);
-    // The calendar operations stay inside their tables on the invalid date.
     (void)none.getDayOfYear();
     (void)none.getWeekOfYear();
     GSDate shifted = none;
     shifted.addSeconds(100000);
-
-    GSDate d(5, 3, 2024, 7, 8, 9, 42);
-    EXPECT_EQ(show(d), "2024-03-05 07:08:09.042");
-    GSDate e;
-    e = d;
-    EXPECT_EQ(e, d);
-
-    EXPECT_EQ(text(GSDate::__weekdayAbbreviations[0]), "Sun");
-    EXPECT_EQ(text(GSDate::__weekdayAbbreviations[6]), "Sat");
-    EXPECT_EQ(text(GSDate::__monthAbbreviations[0]), "Jan");
-    EXPECT_EQ(text(GSDate::__monthAbbreviations[11]), "Dec");
-    GSLog("discarded %d %s", 1, "message");
 }
 
 TEST(Date, InitBreaksDownPosixTime) {
