@@ -196,15 +196,19 @@ public:
     int getLongValue(long index, long* end) const;
 
     // ---------------------------------------------------------------- comparison (GSStringCompare.cpp)
-    // Full ordering: empty and null first and equal; single-byte texts of one tag by bytes,
-    // everything else by code points after decomposition, so a precomposed letter equals its
-    // base letter followed by the mark.
+    // The orderings give differences, first minus second, not only signs.
+    // Full ordering: empty and null first and equal (-1, 1 or 0 against them); single-byte
+    // texts of one tag by bytes (the first unequal unsigned bytes, else the lengths),
+    // everything else by code points after decomposition (the first unequal code points; -1
+    // or 1 when one text runs out), so a precomposed letter equals its base letter followed
+    // by the mark.
     int compareValue(const GSString& other) const;
-    // Code points upper-cased with toupper; the count limits the bytes of this string compared
-    // (negative: all of it).
+    // Code points upper-cased with toupper, their difference; the count limits the bytes of
+    // this string compared (negative: all of it).
     int compareValueCaseless(const GSString& other) const;
     int compareValueCountCaseless(const GSString& other, long count) const;
-    // strcmp of the bytes; null equals empty.
+    // strcmp of the bytes (the first unequal unsigned bytes, the NUL included); null equals
+    // empty and is -1 or 1 against any other text.
     int compareValueSimple(const GSString& other) const;
     int compareValueSimple(const char* text) const;
     // True when the first n bytes are equal (strncmp); a side without bytes only equals another.

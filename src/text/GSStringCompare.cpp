@@ -10,36 +10,60 @@
 
 #include <algorithm>
 #include <cctype>
+#include <climits>
 
 namespace {
 
-// The sign-preserving int of a difference of lengths.
-int lengthOrder(long a, long b) {
-    return a < b ? -1 : (a > b ? 1 : 0);
-}
-
+// Orderings return differences, not just signs: the first unequal code points or bytes, or the
+// lengths, first minus second. Callers only look at the sign, but the values are part of the
+// order's contract, so they must not depend on what a C library's memcmp or strcmp happens to
+// return (the C standard promises only the sign). Code points from the enumerator are at most
+// 31 bits (its longest lenient UTF-8 form), so their difference always fits an int.
 int difference(unsigned a, unsigned b) {
     return static_cast<int>(a) - static_cast<int>(b);
 }
 
-// Two texts read as UTF-8 whose first difference lies between two ASCII bytes are ordered by
-// those bytes: everything before is the same ASCII in both, which decomposes to itself. Sets
-// *order and returns true when that settles it (equal texts included).
+// a - b of two lengths; only texts beyond 2 GiB would need the clamp, which keeps the sign.
+int lengthDifference(long a, long b) {
+    return static_cast<int>(std::clamp(a - b, long{INT_MIN}, long{INT_MAX}));
+}
+
+// memcmp's order with its value pinned: the first unequal bytes over n, as unsigned chars.
+int byteDifference(const char* a, const char* b, long n) {
+    const auto* x = reinterpret_cast<const unsigned char*>(a);
+    const auto* y = reinterpret_cast<const unsigned char*>(b);
+    auto [p, q] = std::mismatch(x, x + n, y);
+    return p == x + n ? 0 : difference(*p, *q);
+}
+
+// strcmp's order with its value pinned: at the end of the shorter text its NUL is the byte
+// compared, so "ab" against "abc" gives -'c'.
+int textDifference(const char* a, const char* b) {
+    const auto* x = reinterpret_cast<const unsigned char*>(a);
+    const auto* y = reinterpret_cast<const unsigned char*>(b);
+    while (*x && *x == *y)
+        ++x, ++y;
+    return difference(*x, *y);
+}
+
+// Two texts read as UTF-8 are ordered by their bytes as long as both are ASCII: ASCII decodes
+// and decomposes to itself, so up to the first non-ASCII byte the enumerators would deliver
+// exactly these bytes. Sets *order and returns true when that settles it.
 bool orderByASCIIPrefix(const char* a, long na, const char* b, long nb, int* order) {
     long n = std::min(na, nb);
     long i = 0;
     while (i < n && a[i] == b[i] && static_cast<unsigned char>(a[i]) < 0x80)
         ++i;
     if (i == n) {
-        if (na != nb) return false; // the longer one may go on with a combining mark only
-        *order = 0;
+        // The shorter one runs out first; the longer still delivers a code point for whatever
+        // follows (a lenient read always does), so the order is -1 or 1, never the lengths.
+        *order = na == nb ? 0 : (na < nb ? -1 : 1);
         return true;
     }
     auto ca = static_cast<unsigned char>(a[i]);
     auto cb = static_cast<unsigned char>(b[i]);
     if (ca >= 0x80 || cb >= 0x80) return false;
-    // The next byte could be a combining mark that belongs to this letter; the letters differ
-    // anyway, and the enumerator would deliver them first.
+    // A combining mark after either letter would come after it; the letters decide.
     *order = difference(ca, cb);
     return true;
 }
@@ -75,8 +99,9 @@ int GSString::compareValue(const GSString& other) const {
             if (ca != cb) return difference(ca, cb);
         }
     }
-    int order = std::memcmp(pa, pb, static_cast<size_t>(std::min(a, b)));
-    return order != 0 ? order : lengthOrder(a, b);
+    // Both single-byte with one tag: the bytes, then the lengths.
+    int order = byteDifference(pa, pb, std::min(a, b));
+    return order != 0 ? order : lengthDifference(a, b);
 }
 
 int GSString::compareValueCaseless(const GSString& other) const {
@@ -106,7 +131,7 @@ int GSString::compareValueSimple(const char* text) const {
         if (!present || !*present) return 0;
         return mine ? 1 : -1;
     }
-    return std::strcmp(mine, text);
+    return textDifference(mine, text);
 }
 
 int GSString::compareValueSimple(const GSString& other) const {

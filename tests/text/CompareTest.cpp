@@ -12,83 +12,75 @@ std::string text(const GSString& s) {
                             : std::string();
 }
 
-int sign(int v) {
-    return (v > 0) - (v < 0);
-}
-
-GSString tagged(const char* bytes, int tag) {
-    return GSString(bytes, static_cast<long>(std::strlen(bytes)), tag);
-}
+// The operations under test, as rows can name them.
+using Op = int (*)(const GSString&, const GSString&, long count);
+const Op kValue = [](auto& a, auto& b, long) { return a.compareValue(b); };
+const Op kCaseless = [](auto& a, auto& b, long) { return a.compareValueCaseless(b); };
+const Op kCount = [](auto& a, auto& b, long n) { return a.compareValueCountCaseless(b, n); };
+const Op kSimple = [](auto& a, auto& b, long) { return a.compareValueSimple(b); };
+const Op kEqualCount = [](auto& a, auto& b, long n) { return a.isEqualCount(b, n) ? 1 : 0; };
 
 } // namespace
 
-TEST(Compare, CodePointOrderAcrossEncodingsAndSpellings) {
-    const GSString empty = GSString::withCopyOf("");
-    EXPECT_EQ(empty.compareValue(GSString::null), 0);
-    EXPECT_EQ(GSString::null.compareValue(empty), 0);
-    EXPECT_EQ(empty.compareValue(GSString("a")), -1);
-    EXPECT_EQ(GSString("a").compareValue(GSString::null), 1);
-
-    struct Case {
-        GSString a, b;
-        int expected; // exact where the ordering gives a code-point difference
-        const char* what;
+// Exact values, not only signs: where an ordering yields a difference, it is the one of these
+// operands (code points, unsigned bytes or lengths), first minus second.
+TEST(Compare, ExactResults) {
+    const int U = GSString::kUTF8, M = GSString::kMac, W = GSString::kWindows;
+    // count: for compareValueCountCaseless and isEqualCount only.
+    struct Row {
+        const char *name, *a;
+        int tagA;
+        const char* b;
+        int tagB;
+        Op op;
+        long count;
+        int expected;
     };
-    const Case cases[] = {
-        {GSString("\xC3\xA9"), GSString("e\xCC\x81"), 0, "precomposed and decomposed e acute"},
-        {tagged("caf\x8E", GSString::kMac), GSString("cafe\xCC\x81"), 0, "Mac and UTF-8 spelling"},
-        {tagged("caf\xE9", GSString::kWindows), tagged("caf\x8E", GSString::kMac), 0,
-         "Windows and Mac spelling"},
-        {tagged("abc", GSString::kWindows), GSString("abc"), 0, "tag 0 and UTF-8, same text"},
-        {tagged("abc", GSString::kMac), tagged("abd", GSString::kMac), 'c' - 'd', "memcmp"},
-        {tagged("ab", GSString::kMac), tagged("abc", GSString::kMac), -1, "prefix first"},
-        // Decomposed, e-acute sorts between e and f, unlike its bytes (0xC3 > 'f').
-        {GSString("\xC3\xA9"), GSString("f"), 'e' - 'f', "e acute before f"},
-        {GSString("\xC3\xA9"), GSString("e"), 1, "e acute after e"},
-        {GSString("e"), GSString("e\xCC\x81"), -1, "a letter before itself with a mark"},
-        {GSString("abc"), GSString("abd"), 'c' - 'd', "ASCII"},
-        {GSString("Zebra"), GSString("apple"), 'Z' - 'a', "case matters"},
-        {GSString("\xE2\x82\xAC"), GSString("\xC2\xA3"), 0x20AC - 0xA3, "euro after pound"},
+    const Row rows[] = {
+        {"empty equals null", "", U, nullptr, U, kValue, 0, 0},
+        {"empty first", "", U, "a", U, kValue, 0, -1},
+        {"precomposed and decomposed", "\xC3\xA9", U, "e\xCC\x81", U, kValue, 0, 0},
+        {"Mac and UTF-8 spelling", "caf\x8E", M, "cafe\xCC\x81", U, kValue, 0, 0},
+        {"Windows and Mac spelling", "caf\xE9", W, "caf\x8E", M, kValue, 0, 0},
+        {"one tag: unsigned bytes", "ab\xE9", M, "abc", M, kValue, 0, 0xE9 - 'c'},
+        {"one tag: length difference", "abcdef", W, "ab", W, kValue, 0, 4},
+        {"two tags: prefix by code point", "ab", W, "abcd", M, kValue, 0, -1},
+        {"UTF-8 prefix", "ab", U, "abcd", U, kValue, 0, -1},
+        {"ASCII", "abc", U, "abz", U, kValue, 0, 'c' - 'z'},
+        {"e acute between e and f", "\xC3\xA9", U, "g", U, kValue, 0, 'e' - 'g'},
+        {"e acute after e", "\xC3\xA9", U, "e", U, kValue, 0, 1},
+        {"euro after pound", "\xE2\x82\xAC", U, "\xC2\xA3", U, kValue, 0, 0x20AC - 0xA3},
+        {"caseless", "ABC", U, "abz", U, kCaseless, 0, 'C' - 'Z'},
+        {"caseless prefix", "ab", U, "AB!", U, kCaseless, 0, -1},
+        {"caseless null and empty", nullptr, U, "", U, kCaseless, 0, 0},
+        // toupper alone (C locale): thorn keeps its case, e-acute matches through its base letter.
+        {"thorn caseless", "\xC3\xBE", U, "\xC3\x9E", U, kCaseless, 0, 0xFE - 0xDE},
+        {"e-acute caseless", "\xC3\xA9", U, "\xC3\x89", U, kCaseless, 0, 0},
+        {"count reaches", "ABCx", U, "abcy", U, kCount, 4, 'X' - 'Y'},
+        {"count in bytes", "\xE2\x82\xACz", U, "\xE2\x82\xACy", U, kCount, 3, 0},
+        {"bytes: null and empty", nullptr, U, "", U, kSimple, 0, 0},
+        {"bytes: null first", nullptr, U, "a", U, kSimple, 0, -1},
+        {"bytes, not code points", "\xC3\xA9", U, "f", U, kSimple, 0, 0xC3 - 'f'},
+        {"bytes: NUL against the longer", "ab", U, "abc", U, kSimple, 0, -'c'},
+        {"equal count", "abcd", U, "abcx", U, kEqualCount, 3, 1},
+        {"negative count: all", "ab", U, "abc", U, kEqualCount, -1, 0},
+        {"only null matches null", nullptr, U, "", U, kEqualCount, 0, 0},
+        {"null matches null", nullptr, U, nullptr, U, kEqualCount, 5, 1},
     };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.a.compareValue(c.b), c.expected) << c.what;
-        EXPECT_EQ(sign(c.b.compareValue(c.a)), -sign(c.expected)) << c.what << " (reversed)";
+    for (const Row& r : rows) {
+        // A negative length copies up to the NUL: nullptr gives the null string, "" an empty one.
+        GSString a(r.a, -1, r.tagA), b(r.b, -1, r.tagB);
+        EXPECT_EQ(r.op(a, b, r.count), r.expected) << r.name;
+        if (r.op != kCount && r.op != kEqualCount) {
+            EXPECT_EQ(r.op(b, a, r.count), -r.expected) << r.name << " (reversed)";
+        }
+        if (r.op == kSimple) {
+            EXPECT_EQ(a.compareValueSimple(r.b), r.expected) << r.name << " (C text)";
+        }
     }
 }
 
-TEST(Compare, CaselessPrefixCountsBytesOfTheFirstString) {
-    EXPECT_LT(GSString("ABC").compareValueCaseless(GSString("abd")), 0);
-    EXPECT_EQ(GSString("ABC").compareValueCaseless(GSString("abc")), 0);
-    EXPECT_EQ(GSString("ABCx").compareValueCountCaseless(GSString("abcy"), 3), 0);
-    EXPECT_NE(GSString("ABCx").compareValueCountCaseless(GSString("abcy"), 4), 0);
-    EXPECT_EQ(GSString("ab").compareValueCaseless(GSString("AB!")), -1);
-    EXPECT_EQ(GSString("ab!").compareValueCaseless(GSString("AB")), 1);
-    // Only the C runtime's upper case: o-slash keeps its case, while e-acute matches E-acute
-    // through its decomposition.
-    EXPECT_NE(GSString("\xC3\xB8").compareValueCaseless(GSString("\xC3\x98")), 0);
-    EXPECT_EQ(GSString("\xC3\xA9").compareValueCaseless(GSString("\xC3\x89")), 0);
-    // The count is in bytes of the first string: e-acute is two bytes, so a count of 2 covers
-    // "e" and its mark, a count of 1 only the e.
-    EXPECT_EQ(GSString("\xC3\xA9z").compareValueCountCaseless(GSString("E\xCC\x81y"), 2), 0);
-    EXPECT_EQ(GSString("ez").compareValueCountCaseless(GSString("Ey"), 1), 0);
-    EXPECT_EQ(GSString::null.compareValueCaseless(GSString::withCopyOf("")), 0);
-}
-
-TEST(Compare, BytesAndSearches) {
-    const GSString empty = GSString::withCopyOf("");
-    EXPECT_EQ(GSString::null.compareValueSimple(empty), 0);
-    EXPECT_EQ(GSString::null.compareValueSimple(GSString::null), 0);
-    EXPECT_EQ(GSString::null.compareValueSimple(GSString("a")), -1);
-    EXPECT_EQ(GSString("a").compareValueSimple(GSString::null), 1);
-    EXPECT_EQ(GSString("a").compareValueSimple(static_cast<const char*>(nullptr)), 1);
-    EXPECT_GT(GSString("\xC3\xA9").compareValueSimple("f"), 0) << "bytes, not code points";
-    EXPECT_LT(GSString("abc").compareValueSimple("abd"), 0);
-
-    EXPECT_TRUE(GSString("abcd").isEqualCount(GSString("abcx"), 3));
-    EXPECT_FALSE(GSString("abcd").isEqualCount(GSString("abcx"), 4));
-    EXPECT_FALSE(GSString::null.isEqualCount(empty, 0)) << "only null matches null";
-    EXPECT_TRUE(GSString::null.isEqualCount(GSString::null, 5));
-
+TEST(Compare, Searches) {
     const GSString path("/a/b.c/d.txt");
     EXPECT_EQ(path.findChar('/', 0), 0);
     EXPECT_EQ(path.findChar('/', 1), 2);
@@ -100,7 +92,7 @@ TEST(Compare, BytesAndSearches) {
     EXPECT_EQ(GSString::null.findChar('a', 0), -1);
     EXPECT_EQ(GSString::null.findCharRev('a'), -1);
 
-    GSString hello = tagged("hello", GSString::kMac);
+    GSString hello = GSString("hello", -1, GSString::kMac);
     GSString tail = hello.getSubstring(2, -1);
     EXPECT_EQ(text(tail), "llo");
     EXPECT_EQ(tail.getEncoding(), GSString::kMac);
