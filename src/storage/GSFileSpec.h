@@ -97,6 +97,15 @@ public:
     static GSString getTemporaryFilename();
     // Gives the spec a hidden temporary name with `extender` in its folder, one that no item has.
     void createTemporaryFilename(const GSString& extender);
+    // Gives the spec a hidden temporary name as above and creates the file there exclusively
+    // (O_CREAT | O_EXCL | O_NOFOLLOW with `openFlags`, mode 0666 less the umask): a name that
+    // another process took between the probe and the creation, or a link planted at it, is
+    // never opened, removed or reused; the next name of the sequence is tried instead, at most
+    // kTemporaryFileTries times. The names alone cannot be trusted: the generator starts alike
+    // in every process. Returns the open descriptor, or -1 with errno set (EEXIST after the
+    // last try).
+    static constexpr int kTemporaryFileTries = 100;
+    int createTemporaryFile(const GSString& extender, int openFlags);
 
     // ---------------------------------------------------------------- options
     GSObjectDictionary* getDictionary() const { return dictionary.get(); }

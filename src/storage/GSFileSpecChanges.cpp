@@ -10,6 +10,11 @@
 #include "GSFileState.h"
 #include "GSURL.h"
 
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace {
 
 // The spec's URL held by reference; empty when none can be made.
@@ -47,12 +52,26 @@ short GSFileSpec::exchangeWith(const GSFileSpec& target, short removeOld, GSStri
     GSIdPointer old = urlOf(target);
 
     // Keeping the old content takes a free hidden name for the platform to leave it under. The
-    // platform puts that item in the target's folder, so the name is probed there.
+    // platform puts that item in the target's folder, so the name is probed there. For a file
+    // the name is taken by creating an empty file there exclusively, which the old content then
+    // replaces: another process saving beside us cannot pick the same name in between.
     GSFileSpec backup;
     GSString backupName;
+    bool reserved = false;
     if (!removeOld) {
         target.copyData(&backup, 0);
-        backup.createTemporaryFilename(GSString());
+        GSFileState kind;
+        if (fillState(&kind) == 0 && !(kind.flags & GSFileState::kFolder)) {
+            int fd = backup.createTemporaryFile(GSString(), O_WRONLY);
+            if (fd < 0) {
+                if (detail) *detail = GSString(std::strerror(errno));
+                return 1;
+            }
+            ::close(fd);
+            reserved = true;
+        } else {
+            backup.createTemporaryFilename(GSString());
+        }
         backupName = backup.getFilename(1);
     }
 
@@ -74,11 +93,20 @@ short GSFileSpec::exchangeWith(const GSFileSpec& target, short removeOld, GSStri
         }
     }
 
+    if (reserved && status != 0) backup.remove(nullptr);
+
     // The old content moves from the hidden name to this spec's own, which the new content
-    // has just left. Within one folder that is a rename to this spec's file name.
+    // has just left. Within one folder that is a rename to this spec's file name. That name was
+    // free for a moment, and the rename never replaces: should another process have taken it,
+    // the old content stays where it is and this spec names it there.
     if (!removeOld && status == 0) {
         GSIdPointer kept = urlOf(backup);
-        status = kept.isEmpty() ? 1 : GSURLMoveToURL(kept.get(), replacement.get(), &text);
+        if (kept.isEmpty()) {
+            status = 1;
+        } else if (GSURLMoveToURL(kept.get(), replacement.get(), &text) != 0) {
+            setCFURLRef(static_cast<const __CFURL*>(kept.get()));
+            text = GSString();
+        }
     }
     if (detail) *detail = text;
     return status;

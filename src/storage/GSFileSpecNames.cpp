@@ -8,7 +8,9 @@
 #include "GSFileState.h"
 #include "GSRandom.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 
 GSString GSFileSpec::getExtender() const {
     return getExtenderForFilename(getPathname(1));
@@ -77,4 +79,20 @@ void GSFileSpec::createTemporaryFilename(const GSString& extender) {
         GSFileState state;
         if (fillState(&state)) return; // no such item: the name is free
     }
+}
+
+int GSFileSpec::createTemporaryFile(const GSString& extender, int openFlags) {
+    for (int attempt = 0; attempt < kTemporaryFileTries; ++attempt) {
+        createTemporaryFilename(extender);
+        GSString path = getPathname(1);
+        if (path.isEmpty()) {
+            errno = ENOENT;
+            return -1;
+        }
+        int fd = ::open(path.getConstAddr(), openFlags | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                        0666);
+        if (fd >= 0 || errno != EEXIST) return fd;
+    }
+    errno = EEXIST;
+    return -1;
 }

@@ -17,8 +17,12 @@
 #include "GSLog.h"
 #include "GSNumericStringTable.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 namespace {
 
@@ -44,6 +48,17 @@ const bool gsMessagesRegistered = [] {
 const char* text(const GSString& s) {
     return s.getConstAddr() ? s.getConstAddr() : "";
 }
+
+// The open(2) access for a normalised mode ("rb", "wb+", "ab", ...); creation and truncation
+// are the caller's.
+int openFlagsFor(const char* mode) {
+    const int access = mode[2] == '+' ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    return mode[0] == 'a' ? access | O_APPEND | O_CREAT : access;
+}
+
+// A "w" open without a temporary file deletes the old item first and then creates the file;
+// should another process create one in between, the deletion is tried again a few times.
+constexpr int kRecreateTries = 3;
 
 } // namespace
 
@@ -106,19 +121,54 @@ short GSFileWorkerStream::_open() {
     }
     io = GSFileWorkerStreamIO::getCurrent();
     writeFailed = false;
+    owned = Identity();
     workingSpec = target;
-    if ((accessFlags & GSAccessTruncate) && (safetyMode & GSSafetyTemporaryFile) &&
-        workingSpec.exists())
-        workingSpec.createTemporaryFilename(target.getExtender());
-
-    GSString path = workingSpec.getPathname(1);
-    if (!path.isEmpty()) {
-        if (accessFlags & GSAccessTruncate) std::remove(path.getConstAddr());
-        stream = std::fopen(path.getConstAddr(), accessMode);
+    int fd = openWorkingFile();
+    if (fd >= 0) {
+        struct stat facts;
+        if (::fstat(fd, &facts) == 0) {
+            owned.device = facts.st_dev;
+            owned.inode = facts.st_ino;
+            owned.known = true;
+        }
+        stream = ::fdopen(fd, accessMode);
+        if (!stream) {
+            ::close(fd);
+            if (accessFlags & GSAccessTruncate) removeWorkingFile();
+        }
     }
     if (!stream && (accessFlags & GSAccessTruncate))
-        GSLog("Couldn't create file: %s\n", text(path));
+        GSLog("Couldn't create file: %s\n", text(workingSpec.getPathname(1)));
     return stream ? 0 : 1;
+}
+
+int GSFileWorkerStream::openWorkingFile() {
+    const int flags = openFlagsFor(accessMode);
+    if ((accessFlags & GSAccessTruncate) && (safetyMode & GSSafetyTemporaryFile) &&
+        workingSpec.exists())
+        return workingSpec.createTemporaryFile(getFileSpec()->getExtender(), flags);
+
+    GSString path = workingSpec.getPathname(1);
+    if (path.isEmpty()) return -1;
+    if (!(accessFlags & GSAccessTruncate))
+        return ::open(path.getConstAddr(),
+                      flags | O_CLOEXEC | ((accessFlags & GSAccessWrite) ? O_NOFOLLOW : 0), 0666);
+    int fd = -1;
+    for (int attempt = 0; attempt < kRecreateTries && fd < 0; ++attempt) {
+        std::remove(path.getConstAddr());
+        fd = ::open(path.getConstAddr(), flags | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (fd < 0 && errno != EEXIST) break;
+    }
+    return fd;
+}
+
+void GSFileWorkerStream::removeWorkingFile() {
+    GSString path = workingSpec.getPathname(1);
+    struct stat facts;
+    if (!owned.known || path.isEmpty() || ::lstat(path.getConstAddr(), &facts) != 0 ||
+        facts.st_dev != owned.device || facts.st_ino != owned.inode)
+        return; // gone, or another process's item by now
+    workingSpec.remove(nullptr);
 }
 
 short GSFileWorkerStream::_close(short discard) {
@@ -146,8 +196,9 @@ short GSFileWorkerStream::_close(short discard) {
     if (!same && !discard && !error) error = exchangeWithTarget();
     // Without a temporary file this deletes the file that was being written; after a failure
     // before the exchange, only the temporary file. A reading worker never deletes its file.
-    if ((discard || error) && (accessFlags & GSAccessWrite)) workingSpec.remove(nullptr);
+    if ((discard || error) && (accessFlags & GSAccessWrite)) removeWorkingFile();
     workingSpec = gs_invalid_filespec;
+    owned = Identity();
     return error;
 }
 
@@ -155,7 +206,16 @@ short GSFileWorkerStream::exchangeWithTarget() {
     const GSFileSpec& target = *getFileSpec();
     short keepBackup = (safetyMode & GSSafetyBackup) ? 1 : 0;
     GSString detail;
+    // Once exchanged, the working name holds the old content: that is what a failure of the
+    // later steps deletes.
+    Identity old;
+    struct stat facts;
+    GSString targetPath = target.getPathname(1);
+    if (!targetPath.isEmpty() && ::lstat(targetPath.getConstAddr(), &facts) == 0)
+        old = Identity{static_cast<unsigned long long>(facts.st_dev),
+                       static_cast<unsigned long long>(facts.st_ino), true};
     short error = io->exchange(&workingSpec, target, keepBackup ? 0 : 1, &detail);
+    if (error == 0) owned = old;
     if (error) {
         GSLog("Error exchanging files: %s, %s\n", text(workingSpec.getPathname(1)),
               text(target.getPathname(1)));
@@ -173,14 +233,18 @@ short GSFileWorkerStream::exchangeWithTarget() {
 short GSFileWorkerStream::keepOldContentAsBackup() {
     GSFileSpec backup;
     GSString detail;
-    short status;
-    int message;
-    if (createBackupSpec(&backup) == 1) {
+    short status = 1;
+    int message = kMessageCannotKeepBackup;
+    // The rename never replaces: should another process take the freed name first, the search
+    // runs again.
+    for (int attempt = 0; attempt < kRecreateTries; ++attempt) {
+        if (createBackupSpec(&backup) != 1) {
+            status = workingSpec.remove(&detail);
+            message = kMessageCannotDelete;
+            break;
+        }
         status = io->rename(&workingSpec, backup.getFilename(1), &detail);
-        message = kMessageCannotKeepBackup;
-    } else {
-        status = workingSpec.remove(&detail);
-        message = kMessageCannotDelete;
+        if (status == 0 || !backup.exists()) break;
     }
     if (status) workingSpec.sendErrorMessage(GSString(message), detail);
     return status;

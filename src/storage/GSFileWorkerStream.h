@@ -10,6 +10,13 @@
 // exchange, or a close that discards, deletes only the temporary file. Without safe mode a "w"
 // open deletes the old file first.
 //
+// Other processes may save beside us at the same time, and another user may plant links in a
+// shared folder: every file that a write creates is created exclusively and without following
+// a link (O_CREAT | O_EXCL | O_NOFOLLOW), a temporary name that is taken is passed over for the
+// next one, a write into an existing file never follows a link at its name (callers that want
+// the link's target resolve it first, as GSFile does), and the worker deletes a file on failure
+// only while the name still holds the item that it created or that the exchange put there.
+//
 // Beyond that protocol, and without changing its results: the temporary file's bytes are
 // synced to the disk before the exchange and the folder after it, so that a power cut leaves the
 // target with either the old or the new content, never an empty or torn file. A write or flush
@@ -53,12 +60,23 @@ public:
     short createBackupSpec(GSFileSpec* out) const;
 
 private:
+    // Which item a name holds: device and inode.
+    struct Identity {
+        unsigned long long device = 0, inode = 0;
+        bool known = false;
+    };
+
+    // Opens workingSpec's file for the access mode; a descriptor or -1.
+    int openWorkingFile();
     // Steps of _close after the stream is closed.
     short exchangeWithTarget();
     short keepOldContentAsBackup();
+    // Deletes the working file if its name still holds `owned`.
+    void removeWorkingFile();
 
     GSFileSpec workingSpec;
     std::FILE* stream = nullptr;
     GSFileWorkerStreamIO* io;
     bool writeFailed = false; // a write or flush fell short since open
+    Identity owned;           // the item at workingSpec's name that is this worker's to delete
 };

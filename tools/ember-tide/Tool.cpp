@@ -11,6 +11,7 @@
 #include "GSObjectDictionary.h"
 #include "GSObjectRef.h"
 #include "GSRandom.h"
+#include "PrintableText.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -24,7 +25,7 @@
 namespace tool {
 
 void message(const std::string& file, const std::string& what) {
-    std::fprintf(stderr, "ember-tide: %s: %s\n", file.c_str(), what.c_str());
+    std::fprintf(stderr, "ember-tide: %s: %s\n", printable(file).c_str(), what.c_str());
 }
 
 void usageError(const char* command, const std::string& what) {
@@ -141,6 +142,15 @@ int parseDocumentVersion(const std::string& text) {
 
 namespace {
 
+// Brings a folder's entries to the disk; best effort, as some file systems refuse.
+void syncFolder(const std::string& folder) {
+    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
 bool writeAll(int fd, const unsigned char* data, long size) {
     while (size > 0) {
         ssize_t n = ::write(fd, data, static_cast<size_t>(size));
@@ -154,19 +164,41 @@ bool writeAll(int fd, const unsigned char* data, long size) {
 
 } // namespace
 
-std::string writeOutputFile(const std::string& out, const unsigned char* data, long size) {
-    if (out == "-") {
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    if (slash == std::string::npos) return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string followLinks(const std::string& path) {
+    std::string current = path;
+    // As many links in a row as the kernel follows; a loop ends here as it would there (ELOOP,
+    // when the last one is opened).
+    for (int hop = 0; hop < 40; ++hop) {
+        struct stat st;
+        if (::lstat(current.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) break;
+        std::string target(static_cast<size_t>(st.st_size > 0 ? st.st_size : 255) + 1, '\0');
+        ssize_t n = ::readlink(current.c_str(), target.data(), target.size());
+        if (n <= 0 || static_cast<size_t>(n) >= target.size()) break;
+        target.resize(static_cast<size_t>(n));
+        current = target[0] == '/' ? target : folderOf(current) + "/" + target;
+    }
+    return current;
+}
+
+std::string writeOutputFile(const std::string& named, const unsigned char* data, long size) {
+    if (named == "-") {
         if (!writeAll(STDOUT_FILENO, data, size)) return std::strerror(errno);
         return {};
     }
-    std::string folder = ".";
-    std::string name = out;
-    if (auto slash = out.rfind('/'); slash != std::string::npos) {
-        folder = slash == 0 ? "/" : out.substr(0, slash);
-        name = out.substr(slash + 1);
-    }
+    // A link at OUT stays a link: what it leads to is written, even where that does not exist
+    // yet, as `>` would do.
+    const std::string out = followLinks(named);
+    const std::string folder = folderOf(out);
+    const size_t slash = out.rfind('/');
+    const std::string name = slash == std::string::npos ? out : out.substr(slash + 1);
     // The temporary file is opened for writing only (O_EXCL under a random name, as mkstemp
-    // would, but without its read access), so that a confined thumbnailer needs no right to read
+    // would, but without its read access), so that a confined process needs no right to read
     // anything in OUT's folder.
     std::string temporary;
     int fd = -1;
@@ -188,7 +220,9 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
         if (fd < 0 && errno != EEXIST) break;
     }
     if (fd < 0) return std::strerror(errno);
-    bool ok = writeAll(fd, data, size);
+    // The bytes reach the disk before the name does, and the name after the rename: a power
+    // cut leaves the old file or the new one, never an empty one.
+    bool ok = writeAll(fd, data, size) && ::fsync(fd) == 0;
     int error = errno;
     if (::close(fd) != 0 && ok) {
         ok = false;
@@ -202,6 +236,7 @@ std::string writeOutputFile(const std::string& out, const unsigned char* data, l
         ::unlink(temporary.c_str());
         return std::strerror(error);
     }
+    syncFolder(folder);
     return {};
 }
 
@@ -211,59 +246,36 @@ std::string errorText(const char* otherwise) {
     return errno ? std::strerror(errno) : otherwise;
 }
 
-std::string saveToStdout(long sizeHint, const DocumentWriter& write) {
+// The whole document in memory: for standard output, and for a new file, which is then
+// written as every new output is (writeOutputFile).
+std::string saveThroughMemory(const std::string& out, long sizeHint, const DocumentWriter& write) {
     GSFile file;
     if (file.init(-100, sizeHint + 4096)) return "out of memory";
     file.getFileWorker()->setAccessMode("wb+");
     if (file.open() || write(&file)) return "cannot make the document";
     const auto& bytes = static_cast<GSFileWorkerMemory*>(file.getFileWorker())->getBuffer();
-    return writeOutputFile("-", bytes.getData(), bytes.getSize());
+    return writeOutputFile(out, bytes.getData(), bytes.getSize());
 }
 
 } // namespace
 
-namespace {
-
-// Brings a file's bytes and then its folder's entry for it to the disk.
-bool syncFileAndFolder(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return false;
-    bool ok = ::fsync(fd) == 0;
-    ::close(fd);
-    std::string folder = ".";
-    if (auto slash = path.rfind('/'); slash != std::string::npos)
-        folder = slash == 0 ? "/" : path.substr(0, slash);
-    fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
-        ::fsync(fd); // best effort: some file systems refuse to sync a folder
-        ::close(fd);
-    }
-    return ok;
-}
-
-} // namespace
-
-std::string saveDocument(const std::string& out, bool keepBackup, long sizeHint,
+std::string saveDocument(const std::string& named, bool keepBackup, long sizeHint,
                          const DocumentWriter& write) {
-    if (out == "-") return saveToStdout(sizeHint, write);
+    if (named == "-") return saveThroughMemory(named, sizeHint, write);
+    const std::string out = followLinks(named);
     // A save puts a new file where the old item was: a folder would be exchanged and then
     // deleted with all it holds, a device replaced by a plain file.
     struct stat st;
-    const bool fresh = ::stat(out.c_str(), &st) != 0;
-    if (!fresh && !S_ISREG(st.st_mode))
-        return S_ISDIR(st.st_mode) ? "is a folder" : "not a regular file";
+    if (::lstat(out.c_str(), &st) != 0) return saveThroughMemory(out, sizeHint, write);
+    if (!S_ISREG(st.st_mode)) return S_ISDIR(st.st_mode) ? "is a folder" : "not a regular file";
 
-    // The framework saves over an existing file through a hidden temporary file that is
-    // exchanged into place when complete. A new file it writes where it is named, so that one is
-    // written under a hidden temporary name beside OUT here, synced, and renamed into place: no
-    // reader ever sees half a document either way.
-    GSFileSpec target(GSString(out.c_str(), -1, GSString::kUTF8));
-    GSFileSpec spec = target;
-    if (fresh) spec.createTemporaryFilename(target.getExtender());
+    // Over an existing file the framework saves through a hidden temporary file that is
+    // exchanged into place when complete, keeping the old content as a backup when asked.
+    GSFileSpec spec(GSString(out.c_str(), -1, GSString::kUTF8));
     GSObjectRef<GSLongDictionaryKey> mode(new GSLongDictionaryKey(keepBackup ? 3 : 1));
     if (spec.getOrCreateDictionary()->setObjectValue(GSFileSafetyModeKey, mode.get()))
         return "out of memory";
-    GSFile file(spec, 1);
+    GSFile file(spec, 0);
     if (!file.getFileWorker()) return "out of memory";
     file.getFileWorker()->setAccessMode("wb+");
     errno = 0;
@@ -276,17 +288,6 @@ std::string saveDocument(const std::string& out, bool keepBackup, long sizeHint,
     }
     errno = 0;
     if (file.close(0)) return errorText("cannot be saved");
-    if (!fresh) return {};
-
-    const GSString written = spec.getPathname(1);
-    const std::string temporary(written.getConstAddr(), static_cast<size_t>(written.getLength()));
-    errno = 0;
-    if (!syncFileAndFolder(temporary) || ::rename(temporary.c_str(), out.c_str()) != 0) {
-        std::string error = errorText("cannot be saved");
-        ::unlink(temporary.c_str());
-        return error;
-    }
-    syncFileAndFolder(out);
     return {};
 }
 

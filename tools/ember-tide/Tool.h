@@ -64,8 +64,16 @@ int parseLayoutOption(const char* command, int argc, char** argv, int* i,
 bool applyLayoutForm(const char* command, const std::string& form,
                      EmberTideDocumentOptions* options);
 
-// Writes bytes to `out` ("-": stdout) under a temporary name beside it, renamed into place once
-// complete. Returns an empty string, or what went wrong.
+// The folder that holds `path`: "." for a bare name.
+std::string folderOf(const std::string& path);
+
+// `path` with the symbolic links at its last place followed to the item they lead to, which
+// need not exist: a link at an output stays a link, and what it leads to is written.
+std::string followLinks(const std::string& path);
+
+// Writes bytes to `out` ("-": stdout) under a temporary name beside it (created exclusively and
+// unpredictably), synced, renamed into place once complete, the folder synced after; a link at
+// `out` is followed. Returns an empty string, or what went wrong.
 std::string writeOutputFile(const std::string& out, const unsigned char* data, long size);
 
 // Fills an open file with a whole document; 0 on success.
@@ -75,9 +83,10 @@ using DocumentWriter = std::function<short(GSFile*)>;
 // the new one is written beside it under a hidden temporary name, and a complete file is
 // exchanged into its place on close ("GSFileSafetyMode" 1); with `keepBackup` the previous
 // content stays under the framework's backup name, "name~.ext" (mode 3). A failed write discards
-// what was written. A link at `out` is followed, so the link stays a link. "-" builds the
-// document in memory and writes it to stdout; `sizeHint` is its expected size. Anything at `out`
-// that is not a regular file (a folder, a device) is refused, as a save would replace it.
+// what was written. A link at `out` is followed, so the link stays a link (a dangling one gets
+// the file it names). A new file, and "-" (stdout), are built in memory and written with
+// writeOutputFile; `sizeHint` is the expected size. Anything at `out` that is not a regular file
+// (a folder, a device) is refused, as a save would replace it.
 // Returns an empty string, or what went wrong.
 std::string saveDocument(const std::string& out, bool keepBackup, long sizeHint,
                          const DocumentWriter& write);
