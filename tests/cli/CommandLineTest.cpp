@@ -168,6 +168,22 @@ TEST_F(CommandLine, CreateReplacesTheDocumentNotWhatLeadsToIt) {
     EXPECT_TRUE(std::filesystem::is_symlink(path("link.etd")));
     ToolRun e = runTool({"extract", path("doc.etd"), "-"});
     EXPECT_EQ(Bytes(e.out.begin(), e.out.end()), png);
+
+    // A dangling link gets the file it names, as `>` would make it, for create and extract.
+    std::filesystem::create_symlink("made.etd", path("dangling.etd"));
+    std::filesystem::create_symlink("made.png", path("dangling.png"));
+    ASSERT_EQ(runTool({"create", path("pic.png"), path("dangling.etd")}).status, 0);
+    ASSERT_EQ(runTool({"extract", path("dangling.etd"), path("dangling.png")}).status, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(path("dangling.etd")));
+    EXPECT_TRUE(std::filesystem::is_symlink(path("dangling.png")));
+    EXPECT_EQ(readFile(path("made.png")), png);
+}
+
+TEST_F(CommandLine, MessagesShowControlCharactersInFileNamesEscaped) {
+    ToolRun r = runTool({"info", path("a\nb\x1b]0;title\x07\xff.etd")});
+    EXPECT_EQ(r.status, 2);
+    EXPECT_NE(r.err.find("a\\nb\\x1b]0;title\\x07\\xff.etd: "), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
 }
 
 TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
