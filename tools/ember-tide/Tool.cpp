@@ -30,7 +30,7 @@ void message(const std::string& file, const std::string& what) {
 
 void usageError(const char* command, const std::string& what) {
     std::fprintf(stderr, "ember-tide: %s%s%s\nTry 'ember-tide %s--help'.\n", command ? command : "",
-                 command ? ": " : "", what.c_str(),
+                 command ? ": " : "", printable(what).c_str(),
                  command ? (std::string(command) + " ").c_str() : "");
 }
 
