@@ -2,8 +2,9 @@
 // spin is given up, seen from outside by running the built tool.
 //
 // The tool's test hooks (compiled into debug builds only) do the looking: with
-// EMBER_TIDE_TEST_PROBE=FILE the confined process tries to open FILE, to make a socket and to
-// fork, and prints how each ended; with EMBER_TIDE_TEST_SPIN_ON=NAME it spins on the file NAME.
+// EMBER_TIDE_TEST_PROBE=FILE the confined process tries to read FILE, to write it, to create a
+// file beside it and each call that it must not make, and prints how each ended; with
+// EMBER_TIDE_TEST_SPIN_ON=NAME it spins on the file NAME.
 // Where the kernel has no Landlock or seccomp, the tests that need them are skipped, not passed.
 #include "GSThumbnailCache.h"
 #include "RunTool.h"
@@ -14,6 +15,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <sstream>
@@ -116,55 +118,56 @@ protected:
 
 } // namespace
 
-TEST_F(Confinement, ThumbnailReadsItsFileAndWritesBesideOutOnly) {
+TEST_F(Confinement, ThumbnailReadsItsFileOnlyAndWritesNowhere) {
     if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
-    struct Case {
-        const char* probe; // what the confined process tries to open
-        const char* out;
-        const char* open; // how that ends
-    } cases[] = {
-        {"elsewhere/secret.txt", "out/t.png", "EACCES"},
-        {"in/sibling.txt", "out/t.png", "EACCES"}, // FILE's rule covers FILE alone
-        {"out/placed.txt", "-", "EACCES"},         // nothing is written: no folder is open
-        {"out/placed.txt", "out/t.png", "EACCES"}, // OUT's folder is for writing only
-        {"in/doc.etd", "out/t.png", "ok"},         // what it may do, it can
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string("probe ") + c.probe + ", OUT " + c.out);
-        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(c.probe));
-        std::string out = c.out[0] == '-' ? "-" : path(c.out);
-        ToolRun r = runTool({"thumbnail", "-s", "32", path("in/doc.etd"), out});
+    // What the confined process tries to read, and how that ends; writing it or beside it fails.
+    for (const auto& [probed, expected] : {std::pair{"elsewhere/secret.txt", "EACCES"},
+                                           {"in/sibling.txt", "EACCES"}, // FILE's rule: FILE only
+                                           {"out/placed.txt", "EACCES"}, // OUT: its descriptor
+                                           {"in/doc.etd", "ok"}}) {      // what it may do, it can
+        SCOPED_TRACE(probed);
+        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(probed));
+        ToolRun r = runTool({"thumbnail", "-s", "32", path("in/doc.etd"), path("out/t.png")});
         ASSERT_EQ(r.status, 0) << r.err;
         auto seen = probe(r);
-        EXPECT_EQ(seen["open"], c.open) << r.err;
-        EXPECT_EQ(seen["socket"], "EPERM") << r.err;
-        EXPECT_EQ(seen["fork"], "EPERM") << r.err;
-        if (out == "-") {
-            samples::Picture picture = samples::decodePNG(Bytes(r.out.begin(), r.out.end()));
-            EXPECT_EQ(picture.width, 32) << "the PNG on stdout";
-        } else {
-            expectPNG(out, 32, 24);
-            fs::remove(out);
-        }
+        EXPECT_EQ(seen["open"], expected) << r.err;
+        EXPECT_EQ(seen["write"] + seen["create"], "EACCESEACCES") << r.err;
+        expectPNG(path("out/t.png"), 32, 24);
     }
-    std::vector<std::string> left;
-    for (const auto& entry : fs::directory_iterator(path("out")))
-        left.push_back(entry.path().filename());
-    EXPECT_EQ(left, std::vector<std::string>{"placed.txt"}) << "no temporary file is left";
 }
 
-// Relative paths and an OUT without a folder: the rules are made from the paths as given.
+// Each thing that the confined thumbnailer must not do, tried from inside it with a terminal as
+// standard input and OUT's folder beside it.
+TEST_F(Confinement, ThumbnailIsDeniedEachEscape) {
+    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_GE(terminal, 0);
+    ASSERT_EQ(::unlockpt(terminal), 0);
+    ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("out/placed.txt"));
+    ToolRun r = runInShell(std::string("exec <") + ::ptsname(terminal),
+                           {"thumbnail", path("in/doc.etd"), path("out/t.png")});
+    ::close(terminal);
+    ASSERT_EQ(r.status, 0) << r.err;
+    auto seen = probe(r);
+    const std::pair<const char*, const char*> cases[] = {
+        {"write", "EACCES"},    {"create", "EACCES"}, // rewrite or make a file beside OUT
+        {"socket", "EPERM"},    {"fork", "EPERM"},
+        {"io_uring", "EPERM"},  // a ring's socket and connect operations pass no filter
+        {"tiocsti", "EPERM"},   // type into the terminal
+        {"tioclinux", "EPERM"}, // paste a console's selection
+        {"unshare", "EPERM"},   {"clone", "EPERM"}, // a user namespace, all-powerful inside
+    };
+    for (const auto& [call, expected] : cases)
+        EXPECT_EQ(seen[call], expected) << call << ": " << r.err;
+}
+
+// Relative paths: FILE's rule is made from the path as given.
 TEST_F(Confinement, ThumbnailWithRelativePaths) {
     if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
     ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("elsewhere/secret.txt"));
-    ToolRun besideOut = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "../out/r.png"});
-    ASSERT_EQ(besideOut.status, 0) << besideOut.err;
-    EXPECT_EQ(probe(besideOut)["open"], "EACCES") << besideOut.err;
-    expectPNG(path("out/r.png"), 256, 192);
-
-    ToolRun inPlace = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
-    ASSERT_EQ(inPlace.status, 0) << inPlace.err;
-    EXPECT_EQ(probe(inPlace)["open"], "EACCES") << inPlace.err;
+    ToolRun r = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(probe(r)["open"], "EACCES") << r.err;
     expectPNG(path("in/r.png"), 256, 192);
 }
 
@@ -174,9 +177,15 @@ TEST_F(Confinement, CacheReadsItsTreesAndWritesTheCacheOnly) {
     writeDocument(path("a/deep/two.etd"), jpeg);
     writeDocument(path("b/three.etd"), jpeg);
     ScopedVariable cacheHome("XDG_CACHE_HOME", path("cache"));
-    for (const auto& [probed, expected] :
-         {std::pair{"elsewhere/secret.txt", "EACCES"}, std::pair{"in/doc.etd", "EACCES"},
-          std::pair{"a/deep/two.etd", "ok"}, std::pair{"b/three.etd", "ok"}}) {
+    fs::create_directories(path("cache/thumbnails"));
+    writeFile(path("cache/thumbnails/placed.txt"), {'s'});
+    // What the confined process tries to read, how that ends, and how writing it or beside it does.
+    for (const auto& [probed, open, write] :
+         {std::tuple{"elsewhere/secret.txt", "EACCES", "EACCES"},
+          {"in/doc.etd", "EACCES", "EACCES"},
+          {"a/deep/two.etd", "ok", "EACCES"},
+          {"b/three.etd", "ok", "EACCES"},
+          {"cache/thumbnails/placed.txt", "ok", "ok"}}) {
         SCOPED_TRACE(probed);
         ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(probed));
         // Two workers: threads must still be possible in the confined process.
@@ -184,9 +193,9 @@ TEST_F(Confinement, CacheReadsItsTreesAndWritesTheCacheOnly) {
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(r.out.rfind("{\"written\": 3,", 0), 0u) << r.out;
         auto seen = probe(r);
-        EXPECT_EQ(seen["open"], expected) << r.err;
-        EXPECT_EQ(seen["socket"], "EPERM") << r.err;
-        EXPECT_EQ(seen["fork"], "EPERM") << r.err;
+        EXPECT_EQ(seen["open"], open) << r.err;
+        EXPECT_EQ(seen["write"] + seen["create"], std::string(write) + write) << r.err;
+        EXPECT_EQ(seen["socket"] + seen["fork"] + seen["io_uring"], "EPERMEPERMEPERM") << r.err;
     }
     for (const char* file : {"a/one.etd", "a/deep/two.etd", "b/three.etd"})
         expectPNG(path("cache/thumbnails/large/") + GSCacheEntryName(GSFileURI(path(file))), 256,
@@ -215,6 +224,7 @@ TEST_F(Confinement, ThumbnailLimits) {
 TEST_F(Confinement, AThumbnailThatSpinsIsGivenUp) {
     ScopedVariable seconds("EMBER_TIDE_TEST_CPU_SECONDS", "1");
     ScopedVariable spin("EMBER_TIDE_TEST_SPIN_ON", "doc.etd");
+    writeFile(path("out/s.png"), {1, 2, 3});
     const auto start = std::chrono::steady_clock::now();
     ToolRun r = runTool({"thumbnail", path("in/doc.etd"), path("out/s.png")});
     const double elapsed =
@@ -222,7 +232,7 @@ TEST_F(Confinement, AThumbnailThatSpinsIsGivenUp) {
     EXPECT_EQ(r.status, 1) << "signal " << r.signal << ": " << r.err;
     EXPECT_EQ(r.err, "ember-tide: " + path("in/doc.etd") +
                          ": more than 1 s of processor time; given up\n");
-    EXPECT_FALSE(fs::exists(path("out/s.png")));
+    EXPECT_EQ(readFile(path("out/s.png")), Bytes{}) << "emptied before FILE was read";
     EXPECT_LT(elapsed, 30) << "given up on processor time, not on the wall clock";
 }
 

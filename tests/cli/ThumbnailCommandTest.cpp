@@ -5,8 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <filesystem>
 #include <set>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace testing_support;
 
@@ -75,29 +78,71 @@ TEST_F(ThumbnailCommand, SizeFollowsTheDocument) {
         std::filesystem::remove(path("out.png"));
     }
     EXPECT_EQ(strays(), "") << "left beside the output";
-
-    ToolRun toStdout = runTool({"thumbnail", "--size", "32", path("doc.etd"), "-"});
-    EXPECT_EQ(toStdout.status, 0) << toStdout.err;
-    samples::Picture out = samples::decodePNG(Bytes(toStdout.out.begin(), toStdout.out.end()));
-    EXPECT_EQ(out.width, 32) << "stdout holds no whole PNG";
-    EXPECT_EQ(out.height, 24);
 }
 
-TEST_F(ThumbnailCommand, NoPictureMeansNoOutput) {
+TEST_F(ThumbnailCommand, NoPictureLeavesOutEmpty) {
     // Undecodable pictures of either kind; which bytes a decoder refuses is RendererTest's part.
     ASSERT_EQ(runTool({"create", "--selection", path("pic.jpg"), path("sel.etd")}).status, 0);
     inputs.insert("sel.etd");
     const std::string noise = "this is no picture at all, only words";
     addDocument("words-as-png.etd", Bytes(noise.begin(), noise.end()), 3, 64, 48);
     addDocument("half-a-jpeg.etd", Bytes(jpeg.begin(), jpeg.begin() + jpeg.size() / 2), 2, 64, 48);
-    writeFile(path("out.png"), {1, 2, 3}); // an existing OUT is left as it was
     inputs.insert("out.png");
     for (const char* file : {"sel.etd", "pic.png", "words-as-png.etd", "half-a-jpeg.etd"}) {
+        writeFile(path("out.png"), {1, 2, 3}); // no older picture may stay beside a failure
         ToolRun r = runTool({"thumbnail", path(file), path("out.png")});
         EXPECT_EQ(r.status, 1) << file << ": " << r.err;
         EXPECT_NE(r.err.find("ember-tide: " + path(file) + ": "), std::string::npos)
             << file << ": the message names the file: " << r.err;
-        EXPECT_EQ(readFile(path("out.png")), (Bytes{1, 2, 3})) << file;
-        EXPECT_EQ(strays(), "") << file << ": written although there was no picture";
+        EXPECT_EQ(readFile(path("out.png")), Bytes{}) << file;
+        EXPECT_EQ(strays(), "") << file << ": a file beside OUT";
     }
+    // OUT naming FILE would empty the document: refused, FILE untouched.
+    const Bytes document = readFile(path("doc.etd"));
+    std::filesystem::create_hard_link(path("doc.etd"), path("same.etd"));
+    ToolRun self = runTool({"thumbnail", path("doc.etd"), path("same.etd")});
+    EXPECT_EQ(self.status, 2) << self.err;
+    EXPECT_EQ(readFile(path("doc.etd")), document);
+}
+
+// As `>` writes it: through the inode that OUT names, which a reader that opened OUT before the
+// run (a thumbnail service does) then reads; what OUT is stays what it was.
+TEST_F(ThumbnailCommand, OutIsWrittenInPlace) {
+    writeFile(path("kept.png"), {1, 2, 3});
+    ::chmod(path("kept.png").c_str(), 0604);
+    writeFile(path("target.png"), {});
+    std::filesystem::create_symlink(path("target.png"), path("link.png"));
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0);
+    const mode_t umask = ::umask(027);
+    struct Case {
+        const char* out;
+        const char* reader; // opened before the run (where it exists), read after it
+        mode_t mode;        // OUT's type and permissions afterwards; 0: OUT is standard output
+    } cases[] = {
+        {"kept.png", "kept.png", S_IFREG | 0604},   // mode and inode kept
+        {"link.png", "target.png", S_IFLNK | 0777}, // the link stays, its target gets the PNG
+        {"fifo", "fifo", S_IFIFO | 0600},           // written to, not replaced
+        {"new.png", "new.png", S_IFREG | 0640},     // 0666 less the umask
+        {"-", "", 0},                               // standard output itself
+        {"/dev/stdout", "", 0},                     // likewise, never reopened
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.out);
+        const std::string out = c.mode ? path(c.out) : c.out;
+        int reader = c.mode ? ::open(path(c.reader).c_str(), O_RDONLY | O_NONBLOCK) : -1;
+        ToolRun r = runTool({"thumbnail", "-s", "32", path("doc.etd"), out});
+        ASSERT_EQ(r.status, 0) << r.err;
+        if (c.mode && reader < 0) reader = ::open(path(c.reader).c_str(), O_RDONLY);
+        Bytes written(r.out.begin(), r.out.end());
+        if (reader >= 0) {
+            written.resize(65536); // a pipe's buffer holds the small PNG whole
+            written.resize(static_cast<size_t>(std::max(0L, ::read(reader, &written[0], 65536))));
+            ::close(reader);
+        }
+        EXPECT_EQ(samples::decodePNG(written).width, 32) << "(0: no whole PNG)";
+        struct stat st {};
+        EXPECT_EQ(c.mode ? ::lstat(out.c_str(), &st) : 0, 0);
+        EXPECT_EQ(st.st_mode, c.mode);
+    }
+    ::umask(umask);
 }

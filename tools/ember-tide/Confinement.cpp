@@ -1,16 +1,6 @@
 // Confinement.cpp - Landlock and the seccomp filter of the confined commands.
 #include "Confinement.h"
 
-namespace tool {
-
-std::string folderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-} // namespace tool
-
 #if defined(__linux__)
 
 #include <cerrno>
@@ -25,12 +15,17 @@ std::string folderOf(const std::string& path) {
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#if defined(ET_HAVE_SECCOMP)
+#if defined(ET_HAVE_SECCOMP) || defined(ET_TEST_HOOKS)
 #include <sched.h>
+#include <sys/ioctl.h>
+#endif
+
+#if defined(ET_HAVE_SECCOMP)
 #include <seccomp.h>
 #endif
 
 #if defined(ET_TEST_HOOKS)
+#include <linux/io_uring.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -213,6 +208,13 @@ int addRule(scmp_filter_ctx context, uint32_t action, const char* name,
                      : ::seccomp_rule_add(context, action, number, 0);
 }
 
+// A call denied when (argument & mask) == value. Rules on the same call add up: any one denies.
+struct MaskedRule {
+    const char* name;
+    unsigned argument;
+    uint64_t mask, value;
+};
+
 bool applySeccomp(std::string* why) {
     SeccompFilter filter;
     if (!filter.context) {
@@ -220,9 +222,16 @@ bool applySeccomp(std::string* why) {
         return false;
     }
     const uint32_t deny = SCMP_ACT_ERRNO(EPERM);
-    std::vector<const char*> denied = {"socket", "socketpair", "connect", "bind",
-                                       "listen", "accept",     "accept4", "fork",
-                                       "vfork",  "execve",     "execveat"};
+    // io_uring would bring back what the rules on the calls deny (its operations make sockets,
+    // connect, open files) without any of those calls being made. New namespaces would give the
+    // process privileges of its own inside them.
+    // clang-format off
+    std::vector<const char*> denied = {
+        "socket", "socketpair", "connect", "bind", "listen", "accept", "accept4",
+        "fork", "vfork", "execve", "execveat",
+        "io_uring_setup", "io_uring_enter", "io_uring_register",
+        "unshare", "setns"};
+    // clang-format on
     // The sanitizers' leak checker ptraces the process's threads from a task of its own.
     if (!kSanitizerBuild) denied.push_back("ptrace");
     int status = 0;
@@ -238,13 +247,27 @@ bool applySeccomp(std::string* why) {
     // Threads share the thread group and the address space; a new process shares neither. The
     // leak checker's task shares the address space (and can run no other program).
     const uint64_t shared = kSanitizerBuild ? CLONE_THREAD | CLONE_VM : CLONE_THREAD;
-    // (libseccomp's SCMP_CMP macro is a C compound literal.)
-    scmp_arg_cmp newProcess{};
-    newProcess.arg = kFlagsArgument;
-    newProcess.op = SCMP_CMP_MASKED_EQ; // (flags & shared) == 0
-    newProcess.datum_a = shared;
-    newProcess.datum_b = 0;
-    if (status == 0) status = addRule(filter.context, deny, "clone", &newProcess);
+    std::vector<MaskedRule> masked = {{"clone", kFlagsArgument, shared, 0}};
+    for (uint64_t flag : {CLONE_NEWUSER, CLONE_NEWNS, CLONE_NEWPID, CLONE_NEWNET, CLONE_NEWUTS,
+                          CLONE_NEWIPC, CLONE_NEWCGROUP})
+        masked.push_back({"clone", kFlagsArgument, flag, flag});
+    // Pushing bytes into a terminal's input (TIOCSTI) or reading and pasting a console's
+    // selection (TIOCLINUX) would type commands into the shell behind it. The kernel reads the
+    // request as 32 bits: the mask keeps a request with high bits set from slipping past.
+    for (uint64_t request : {TIOCSTI, TIOCLINUX})
+        masked.push_back({"ioctl", 1, 0xFFFFFFFFu, request});
+    for (const MaskedRule& rule : masked) {
+        if (status != 0) break;
+        // (libseccomp's SCMP_CMP macro is a C compound literal.)
+        scmp_arg_cmp condition{};
+        condition.arg = rule.argument;
+        condition.op = SCMP_CMP_MASKED_EQ;
+        condition.datum_a = rule.mask;
+        condition.datum_b = rule.value;
+        status = addRule(filter.context, deny, rule.name, &condition);
+    }
+    // clone3's flags lie in memory, out of the filter's sight: ENOSYS sends the C library back to
+    // clone.
     if (status == 0) status = addRule(filter.context, SCMP_ACT_ERRNO(ENOSYS), "clone3");
     if (status != 0) {
         *why = "seccomp rule: " + errorName(-status);
@@ -269,26 +292,50 @@ bool applySeccomp(std::string* why) {
 
 #if defined(ET_TEST_HOOKS)
 
-// Tries what a confined process must not do, and says how each attempt ended.
-void runProbe(const char* file) {
-    int fd = ::open(file, O_RDONLY | O_CLOEXEC);
-    std::string open = fd >= 0 ? "ok" : errorName(errno);
-    if (fd >= 0) ::close(fd);
-    int sock = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    std::string socket = sock >= 0 ? "ok" : errorName(errno);
-    if (sock >= 0) ::close(sock);
-    pid_t child = ::fork();
+// Tries what a confined process must not do, and says how each attempt ended: read `file`,
+// open it for writing, create a file beside it, and the calls that the filter denies.
+void runProbe(const std::string& file) {
+    std::string line = "ember-tide: probe:";
+    auto report = [&line](const char* what, long result) {
+        line += std::string(" ") + what + "=" + (result >= 0 ? "ok" : errorName(errno));
+    };
+    auto closed = [](long fd) {
+        if (fd >= 0) ::close(static_cast<int>(fd));
+        return fd;
+    };
+    report("open", closed(::open(file.c_str(), O_RDONLY | O_CLOEXEC)));
+    report("write", closed(::open(file.c_str(), O_WRONLY | O_CLOEXEC)));
+    const size_t slash = file.rfind('/');
+    const std::string created =
+        (slash == std::string::npos ? "" : file.substr(0, slash + 1)) + "probe-new";
+    const long fd = closed(::open(created.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (fd >= 0) ::unlink(created.c_str());
+    report("create", fd);
+    report("socket", closed(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+    const pid_t child = ::fork();
     if (child == 0) ::_exit(0);
-    std::string fork = child > 0 ? "ok" : errorName(errno);
     if (child > 0) ::waitpid(child, nullptr, 0);
+    report("fork", child);
+    // Once set up, a ring's IORING_OP_SOCKET and IORING_OP_CONNECT would make a connection.
+    io_uring_params params{};
+    report("io_uring", closed(::syscall(SYS_io_uring_setup, 1, &params)));
+    // With a bit above the 32 that the kernel reads: a filter that compares all 64 would pass it.
+    const char typed = ' ';
+    report("tiocsti", ::ioctl(STDIN_FILENO, TIOCSTI | 1ul << 32, &typed));
+    char subcode = 7; // TIOCL_GETSHIFTSTATE: only reads
+    report("tioclinux", ::ioctl(STDIN_FILENO, TIOCLINUX, &subcode) < 0 ? -1 : 0);
+    report("unshare", ::unshare(CLONE_NEWUSER));
+    // A thread in a new user namespace, which the kernel itself refuses (EINVAL): nothing can
+    // start even where the filter lets the call through, and a new process is denied anyway.
+    report("clone", ::syscall(SYS_clone, CLONE_NEWUSER | CLONE_THREAD | CLONE_SIGHAND | CLONE_VM, 0,
+                              0, 0, 0));
     struct rlimit cpu, as;
     ::getrlimit(RLIMIT_CPU, &cpu);
     ::getrlimit(RLIMIT_AS, &as);
     auto limit = [](rlim_t value) {
         return value == RLIM_INFINITY ? std::string("none") : std::to_string(value);
     };
-    std::fprintf(stderr, "ember-tide: probe: open=%s socket=%s fork=%s cpu=%s as=%s\n",
-                 open.c_str(), socket.c_str(), fork.c_str(), limit(cpu.rlim_cur).c_str(),
+    std::fprintf(stderr, "%s cpu=%s as=%s\n", line.c_str(), limit(cpu.rlim_cur).c_str(),
                  limit(as.rlim_cur).c_str());
 }
 

@@ -3,14 +3,16 @@
 //
 // Two Linux mechanisms, applied in this order by confineProcess():
 //   1. Landlock: the process keeps only the file-system rights listed in a Confinement (read one
-//      file, read the trees given, write in one folder...). The ABI version that the kernel
-//      reports decides which rights exist and are handled; a right that this kernel does not
-//      know is simply not handled by it.
+//      file, read the trees given, write in one folder...); descriptors opened before keep
+//      theirs, which is how `thumbnail` writes OUT with no write right anywhere. The ABI version
+//      that the kernel reports decides which rights exist and are handled; a right that this
+//      kernel does not know is simply not handled by it. TCP bind and connect are denied too.
 //   2. A seccomp filter (libseccomp), whose default is to allow: socket, socketpair, connect,
 //      bind, listen and accept fail with EPERM; so do fork, vfork and clone without CLONE_THREAD
-//      (threads stay possible), execve, execveat and ptrace. clone3 answers ENOSYS: its flags
-//      lie in memory where a filter cannot read them, and the C library then falls back to
-//      clone, whose flags the filter does see.
+//      (threads stay possible), clone with a new-namespace flag, unshare, setns, execve,
+//      execveat, ptrace, io_uring's three calls, and ioctl's TIOCSTI and TIOCLINUX. clone3
+//      answers ENOSYS: its flags lie in memory where a filter cannot read them, and the C
+//      library then falls back to clone, whose flags the filter does see.
 // Both need no privileges once PR_SET_NO_NEW_PRIVS is set, which comes first. On a kernel
 // without either mechanism (or inside a sandbox that hides them) the command carries on without
 // it, silently unless EMBER_TIDE_DEBUG_CONFINEMENT is set in the environment, which prints what
@@ -24,9 +26,11 @@
 // thumbnail extension through its entitlements).
 //
 // Builds with ET_TEST_HOOKS (never a release build) honour EMBER_TIDE_TEST_PROBE=FILE: right
-// after confinement the process tries to open FILE, to make a socket and to fork, and reports
-// each result on stderr as "ember-tide: probe: open=E... socket=E... fork=E..." together with
-// its resource limits, so that a test can see the confinement from outside.
+// after confinement the process tries to read FILE, to open it for writing, to create a file
+// beside it, and each denied call (socket, fork, io_uring_setup, ioctl TIOCSTI and TIOCLINUX on
+// stdin, unshare and clone with CLONE_NEWUSER), and reports on stderr
+// "ember-tide: probe: open=ok write=EACCES ... cpu=N as=N" (an errno name, or ok, for each,
+// then its resource limits), so that a test can see the confinement from outside.
 #pragma once
 
 #include <string>
@@ -71,9 +75,6 @@ struct ConfinementResult {
     bool seccomp = false;   // whether the filter is in force
     std::string notApplied; // why not (empty when both are in force)
 };
-
-// The folder that holds `path` as the output files see it: "." for a bare name.
-std::string folderOf(const std::string& path);
 
 // Confines the calling process for good. Call it before any thread exists. Never fails: what
 // the kernel cannot do is left undone (see the result).
