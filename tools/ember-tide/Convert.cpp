@@ -6,6 +6,7 @@
 // either class), and whether the file is a document or a selection. The new file holds the
 // header and the preview chunk, as `create` writes them; other items of IN are not kept, so a
 // document that holds any is never converted onto itself (that would lose them).
+#include "Arguments.h"
 #include "EmberTideDocumentWriter.h"
 #include "GSImageHeader.h"
 #include "Tool.h"
@@ -63,25 +64,23 @@ int runConvert(int argc, char** argv) {
     EmberTideDocumentOptions options;
     options.version = kEmberTideNewestVersion;
     std::string form;
-    std::vector<std::string> files;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "--help" || a == "-h") {
-            std::fputs(kConvertHelp, stdout);
-            return kOK;
-        }
-        if (int taken = parseLayoutOption("convert", argc, argv, &i, &options, &form)) {
-            if (taken < 0) return kUsage;
-        } else if (a.size() > 1 && a[0] == '-') {
-            usageError("convert", "unknown option " + a);
-            return kUsage;
-        } else {
-            files.push_back(a);
-        }
-    }
-    if (files.size() != 2) {
+    ParsedArguments parsed =
+        parseArguments("convert", argc, argv, "", kLayoutOptions, [&](int key, const char* value) {
+            return layoutOption("convert", key, value, &options, &form);
+        });
+    if (!parsed.ok) return kUsage;
+    if (parsed.help) return printHelp(kConvertHelp);
+    if (parsed.operands.size() != 2) {
         usageError("convert", "IN and OUT are needed");
         return kUsage;
+    }
+    std::vector<std::string> files(2);
+    for (int i = 0; i < 2; ++i) {
+        std::string error;
+        if (!pathFromArgument(parsed.operands[i], &files[i], &error)) {
+            usageError("convert", error);
+            return kUsage;
+        }
     }
     if (!applyLayoutForm("convert", form, &options)) return kUsage;
 

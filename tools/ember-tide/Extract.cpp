@@ -1,4 +1,5 @@
 // Extract.cpp - `ember-tide extract FILE OUT`: the embedded encoded preview, byte for byte.
+#include "Arguments.h"
 #include "Tool.h"
 
 #include <cstring>
@@ -13,33 +14,28 @@ const char* kExtractHelp =
     "Writes the preview embedded in FILE, exactly as stored (JPEG or PNG bytes), to OUT\n"
     "(\"-\" for standard output). OUT appears complete or not at all.\n"
     "\n"
-    "Exit status: 0 written; 1 the file has no preview (OUT is not written); 2 usage or I/O error.\n"
+    "Exit status: 0 written; 1 the file has no preview (OUT is not written); 2 usage or I/O "
+    "error.\n"
     "Example: ember-tide extract photo.etd preview.jpg\n";
 
 } // namespace
 
 int runExtract(int argc, char** argv) {
-    std::string args[2];
-    int n = 0;
-    for (int i = 1; i < argc; ++i) {
-        const char* a = argv[i];
-        if (std::strcmp(a, "--help") == 0 || std::strcmp(a, "-h") == 0) {
-            std::fputs(kExtractHelp, stdout);
-            return kOK;
-        }
-        if (a[0] == '-' && a[1] != 0) {
-            usageError("extract", std::string("unknown option ") + a);
-            return kUsage;
-        }
-        if (n == 2) {
-            usageError("extract", "too many arguments");
-            return kUsage;
-        }
-        args[n++] = a;
-    }
-    if (n != 2) {
-        usageError("extract", "FILE and OUT are needed");
+    ParsedArguments parsed = parseArguments("extract", argc, argv, "", {}, nullptr);
+    if (!parsed.ok) return kUsage;
+    if (parsed.help) return printHelp(kExtractHelp);
+    if (parsed.operands.size() != 2) {
+        usageError("extract",
+                   parsed.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
         return kUsage;
+    }
+    std::string args[2];
+    for (int i = 0; i < 2; ++i) {
+        std::string error;
+        if (!pathFromArgument(parsed.operands[i], &args[i], &error)) {
+            usageError("extract", error);
+            return kUsage;
+        }
     }
     DocumentPreview d = readDocumentPreview(args[0]);
     if (!d.opened) {

@@ -1,4 +1,5 @@
 // Thumbnail.cpp - `ember-tide thumbnail [-s SIZE] FILE OUT`, the desktop thumbnailer's entry.
+#include "Arguments.h"
 #include "Confinement.h"
 #include "GSThumbnailRenderer.h"
 #include "InPlaceOutput.h"
@@ -54,40 +55,32 @@ std::string unreadable(const std::string& file) {
 
 int runThumbnail(int argc, char** argv) {
     int size = 256;
-    std::string files[2];
-    int n = 0;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        if (a == "--help" || a == "-h") {
-            std::fputs(kThumbnailHelp, stdout);
-            return kOK;
-        }
-        if (a == "-s" || a == "--size" || a.rfind("--size=", 0) == 0) {
-            std::string value;
-            if (a.rfind("--size=", 0) == 0)
-                value = a.substr(7);
-            else if (i + 1 < argc)
-                value = argv[++i];
-            char* end = nullptr;
-            long v = std::strtol(value.c_str(), &end, 10);
-            if (value.empty() || *end || v < 1 || v > kMaxThumbnailSize) {
-                usageError("thumbnail", "SIZE is a whole number from 1 to 4096");
-                return kUsage;
-            }
-            size = static_cast<int>(v);
-        } else if (a.size() > 1 && a[0] == '-') {
-            usageError("thumbnail", "unknown option " + a);
-            return kUsage;
-        } else if (n == 2) {
-            usageError("thumbnail", "too many arguments");
-            return kUsage;
-        } else {
-            files[n++] = a;
-        }
-    }
-    if (n != 2) {
-        usageError("thumbnail", "FILE and OUT are needed");
+    ParsedArguments args =
+        parseArguments("thumbnail", argc, argv, "s:", {{"size", required_argument, nullptr, 's'}},
+                       [&](int, const char* value) {
+                           char* end = nullptr;
+                           long v = std::strtol(value, &end, 10);
+                           if (!*value || *end || v < 1 || v > kMaxThumbnailSize) {
+                               usageError("thumbnail", "SIZE is a whole number from 1 to 4096");
+                               return false;
+                           }
+                           size = static_cast<int>(v);
+                           return true;
+                       });
+    if (!args.ok) return kUsage;
+    if (args.help) return printHelp(kThumbnailHelp);
+    if (args.operands.size() != 2) {
+        usageError("thumbnail",
+                   args.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
         return kUsage;
+    }
+    std::string files[2];
+    for (int i = 0; i < 2; ++i) {
+        std::string error;
+        if (!pathFromArgument(args.operands[i], &files[i], &error)) {
+            usageError("thumbnail", error);
+            return kUsage;
+        }
     }
     if (std::string problem = unreadable(files[0]); !problem.empty()) {
         message(files[0], "cannot open: " + problem);

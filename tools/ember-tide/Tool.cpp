@@ -83,6 +83,36 @@ DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
     return result;
 }
 
+int printHelp(const char* text) {
+    std::fputs(text, stdout);
+    return kOK;
+}
+
+const std::vector<option> kLayoutOptions = {
+    {"version", required_argument, nullptr, kVersionOption},
+    {"form", required_argument, nullptr, kFormOption},
+};
+
+bool layoutOption(const char* command, int key, const char* value,
+                  EmberTideDocumentOptions* options, std::string* form) {
+    const std::string v = value ? value : "";
+    if (key == kFormOption) {
+        if (v != "long" && v != "byte") {
+            usageError(command, "--form is long or byte");
+            return false;
+        }
+        *form = v;
+        return true;
+    }
+    int version = parseDocumentVersion(v);
+    if (version < 0) {
+        usageError(command, "not a document version: " + v);
+        return false;
+    }
+    options->version = static_cast<short>(version);
+    return true;
+}
+
 int parseLayoutOption(const char* command, int argc, char** argv, int* i,
                       EmberTideDocumentOptions* options, std::string* form) {
     const std::string a = argv[*i];

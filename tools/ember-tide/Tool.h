@@ -12,7 +12,9 @@
 
 #include <cstdio>
 #include <functional>
+#include <getopt.h>
 #include <string>
+#include <vector>
 
 class GSFile;
 
@@ -53,6 +55,16 @@ const char* formatName(int kind);
 // "3.2", "0x0302", "770" -> 0x0302: a version that a reader accepts (majors 1 to 3, minors
 // below 16); -1 for anything else.
 int parseDocumentVersion(const std::string& text);
+
+// Prints a command's help on stdout; kOK. (Whether stdout took it is checked on the way out.)
+int printHelp(const char* text);
+
+// The layout options that create and convert share, as getopt_long options: `--version V` and
+// `--form long|byte`; layoutOption() takes one of them (false after a usage error).
+enum : int { kVersionOption = 256, kFormOption };
+extern const std::vector<option> kLayoutOptions;
+bool layoutOption(const char* command, int key, const char* value,
+                  EmberTideDocumentOptions* options, std::string* form);
 
 // The layout options that create and convert share: `--version V` and `--form long|byte`.
 // Returns 1 when argv[*i] was one of them (its value consumed, *i moved past it), 0 when not,
