@@ -51,7 +51,8 @@ TEST(DynaArray, CopiesShareStorageUntilOneIsWritten) {
         for (int i = 0; i < 5; ++i)
             ASSERT_EQ(a.add(Counted(i)), 0);
         GSDynaArray<Counted> b(a), d(a);
-        c = a;
+        ASSERT_EQ(c.add(Counted(9)), 0);
+        c = a; // lets go of its own storage
         EXPECT_EQ(a.getArrayData()->getReferenceCount(), 4) << "copies share the storage";
         b[2].value = 99; // write access through a copy
         ASSERT_EQ(c.add(Counted(5)), 0);
