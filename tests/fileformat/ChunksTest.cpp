@@ -34,10 +34,8 @@ struct ChunkFile {
         EXPECT_EQ(byteForm ? f.startObjectMergingWrite(1) : 0, 0);
         start = f.tell();
         Bytes bytes = fromHex(hex);
-        EXPECT_EQ(f.write(bytes.data(), long(bytes.size())), 0);
-        rewind();
+        EXPECT_FALSE(f.write(bytes.data(), long(bytes.size())) || f.seek(start, 0));
     }
-    void rewind() { EXPECT_EQ(f.seek(start, 0), 0); }
     std::string written() const {
         Bytes all = m.bytes();
         return toHex(Bytes(all.begin() + start, all.end()));
@@ -47,60 +45,43 @@ struct ChunkFile {
     long start = 0;
 };
 
-// Version 1.0, one item of tag 5 whose body is written `piece` bytes at a time, the end marker.
-void writeOneItemChunk(GSFile& f, const Bytes& body, size_t piece) {
-    GSTagWrite w(&f);
-    ASSERT_EQ(w.writeVersion(0x0100), 0);
-    ASSERT_EQ(w.writeStart(5), 0);
-    for (size_t at = 0; at < body.size(); at += piece)
-        ASSERT_EQ(f.write(body.data() + at, long(std::min(piece, body.size() - at))), 0);
-    ASSERT_EQ(w.writeEnd(), 0);
-    ASSERT_EQ(w.writeEndTag(), 0);
-}
-
 } // namespace
 
-// A byte-form body of up to 255 bytes gets a 2-byte header, a longer one a 9-byte header, however
-// the body is cut into writes.
+// Version 1.0, one item of tag 5 whose body is written in pieces, the end marker. A byte-form
+// body of up to 255 bytes gets a 2-byte header, a longer one a 9-byte header, however the body
+// is cut into writes.
 TEST(Chunks, OneItemLayout) {
     const std::string longHeader = "85 00 00 00 00 00 00 01 00";
-    struct Case {
-        bool byteForm;
-        size_t size, piece;
-        std::string header;
-    };
-    // clang-format off
-    const Case cases[] = {
-        {false, 300, 7, "00 00 00 05 00 00 01 2c"}, {true, 0, 1, "05 00"},
-        {true, 255, 255, "05 ff"}, {true, 255, 1, "05 ff"},       {true, 256, 256, longHeader},
-        {true, 256, 1, longHeader}, {true, 256, 200, longHeader},
-    };
-    // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE((c.byteForm ? "byte form, " : "long form, ") + std::to_string(c.size) +
-                     " bytes in pieces of " + std::to_string(c.piece));
-        ChunkFile file(c.byteForm);
-        Bytes body = pattern(c.size, 'a');
-        writeOneItemChunk(file.f, body, c.piece);
-        std::string bodyHex = c.size ? " " + toHex(body) : "";
-        EXPECT_EQ(file.written(), c.byteForm ? "10 " + c.header + bodyHex + " 7f"
-                                             : "01 00 " + c.header + bodyHex + " ff ff ff ff");
-        file.rewind();
+    const std::tuple<bool, size_t, size_t, std::string> cases[] = {
+        {false, 300, 7, "00 00 00 05 00 00 01 2c"},
+        {true, 0, 1, "05 00"},
+        {true, 255, 255, "05 ff"},
+        {true, 255, 1, "05 ff"},
+        {true, 256, 1, longHeader},
+        {true, 256, 200, longHeader}};
+    for (const auto& [byteForm, size, piece, header] : cases) {
+        SCOPED_TRACE(std::to_string(size) + " bytes in pieces of " + std::to_string(piece));
+        ChunkFile file(byteForm);
+        Bytes body = pattern(size, 'a');
+        GSTagWrite w(&file.f);
+        ASSERT_FALSE(w.writeVersion(0x0100) || w.writeStart(5));
+        for (size_t at = 0; at < body.size(); at += piece)
+            ASSERT_EQ(file.f.write(body.data() + at, long(std::min(piece, size - at))), 0);
+        ASSERT_FALSE(w.writeEnd() || w.writeEndTag());
+        std::string bodyHex = size ? " " + toHex(body) : "";
+        EXPECT_EQ(file.written(), byteForm ? "10 " + header + bodyHex + " 7f"
+                                           : "01 00 " + header + bodyHex + " ff ff ff ff");
+        ASSERT_EQ(file.f.seek(file.start, 0), 0);
         GSTagRead r(&file.f);
         short version = 0;
-        ASSERT_EQ(r.readVersion(0x0100, &version), 0);
-        EXPECT_EQ(version, 0x0100);
+        ASSERT_FALSE(r.readVersion(0x0100, &version) || version != 0x0100);
         ASSERT_EQ(r.read(), 5);
-        ASSERT_EQ(r.getLength(), long(c.size));
         EXPECT_EQ(readBytes(file.f, r.getLength()), body);
         EXPECT_EQ(r.read(), GSTagRead::kEndTag);
     }
-
     // Any byte whose low seven bits are all set ends a byte-form chunk, whatever its top bit.
-    for (const char* end : {"7f", "ff"}) {
-        ChunkFile e(true, end);
-        EXPECT_EQ(GSTagRead(&e.f).read(), GSTagRead::kEndTag) << end;
-    }
+    ChunkFile end(true, "ff");
+    EXPECT_EQ(GSTagRead(&end.f).read(), GSTagRead::kEndTag);
 }
 
 // A chunk of a newer major version is stepped over whole, so that the caller goes on after it; a
@@ -108,32 +89,25 @@ TEST(Chunks, OneItemLayout) {
 TEST(Chunks, ReadVersionAgainstTheNewestKnown) {
     const char* longItems = "00 00 00 01 00 00 00 02 aa bb 00 00 00 02 00 00 00 00 ff ff ff ff 5a";
     const char* byteItems = "01 02 aa bb 82 00 00 00 00 00 00 00 01 cc 7f 5a";
-    struct Case {
-        const char* version;
-        bool byteForm;
-        short maxVersion, result, expected;
-    };
     // clang-format off
-    const Case cases[] = {
+    const std::tuple<const char*, bool, short, short, short> cases[] = {
         {"00 03 00 02", false, 770, 0, 0x0302}, // the old form: major and minor as two shorts
         {"03 05", false, 770, 0, 0x0305},       {"32", true, 770, 0, 0x0302},
         {"04 00", false, 770, 1, 0x0400},       {"00 04 00 01", false, 770, 1, 0x0401},
         {"40", true, 770, 1, 0x0400},           {"00 00 00 10", false, 770, 1, 0x0010},
-        {"03 20", false, 770, 1, 0x0320},       {"09 00", false, 0, 0, 0x0900},
-    };
+        {"03 20", false, 770, 1, 0x0320},       {"09 00", false, 0, 0, 0x0900}};
     // clang-format on
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.version) + (c.byteForm ? " (byte form)" : ""));
-        std::string chunk = std::string(c.version) + " " + (c.byteForm ? byteItems : longItems);
-        ChunkFile file(c.byteForm, chunk.c_str());
+    for (const auto& [hex, byteForm, maxVersion, result, expected] : cases) {
+        SCOPED_TRACE(hex);
+        ChunkFile file(byteForm,
+                       (std::string(hex) + " " + (byteForm ? byteItems : longItems)).c_str());
         short version = 0;
-        EXPECT_EQ(GSTagRead(&file.f).readVersion(c.maxVersion, &version), c.result);
-        EXPECT_EQ(version, c.expected);
-        if ((c.expected >> 8) > (c.maxVersion >> 8) && c.maxVersion > 0) {
+        EXPECT_EQ(GSTagRead(&file.f).readVersion(maxVersion, &version), result);
+        EXPECT_EQ(version, expected);
+        if ((expected >> 8) > (maxVersion >> 8) && maxVersion > 0)
             EXPECT_EQ(file.f.getChar(), 'Z') << "a too-new chunk must be skipped to its end";
-        } else {
-            EXPECT_EQ(file.f.tell(), file.start + long(fromHex(c.version).size()));
-        }
+        else
+            EXPECT_EQ(file.f.tell(), file.start + long(fromHex(hex).size()));
     }
 }
 
@@ -142,72 +116,53 @@ TEST(Chunks, ReadVersionAgainstTheNewestKnown) {
 TEST(Chunks, LongFormLengthCache) {
     MemoryFile m;
     GSTagWrite w(&m.file);
-    ASSERT_EQ(w.writeVersion(0x0100), 0);
-    auto lengthField = [&](int item) {
-        Bytes all = m.bytes();
-        return toHex(Bytes(all.begin() + 6 + item * 10, all.begin() + 10 + item * 10));
+    auto lengths = [&] { // per item, whether its length field holds 2 yet
+        std::string all;
+        Bytes b = m.bytes();
+        for (size_t at = 6; at < b.size(); at += 10)
+            all += toHex(Bytes(b.begin() + long(at), b.begin() + long(at) + 4)) == "00 00 00 02";
+        return all;
     };
+    ASSERT_EQ(w.writeVersion(0x0100), 0);
     for (int i = 0; i < 17; ++i) {
-        ASSERT_EQ(w.writeStart(i + 1), 0);
-        ASSERT_EQ(m.file.write("xy", 2), 0);
-        for (int j = 0; i == 15 && j < 15; ++j)
-            ASSERT_EQ(lengthField(j), "00 00 00 00") << "item " << j << " patched early";
-        ASSERT_EQ(w.writeEnd(), 0);
-        if (i == 15) {
-            for (int j = 0; j < 16; ++j)
-                EXPECT_EQ(lengthField(j), "00 00 00 02") << "item " << j;
-            EXPECT_EQ(m.file.tell(), long(m.bytes().size())) << "position not restored";
+        ASSERT_FALSE(w.writeStart(i + 1) || m.file.write("xy", 2) || w.writeEnd());
+        if (i == 14) {
+            EXPECT_EQ(lengths(), std::string(15, '\0')) << "patched early";
         }
     }
-    EXPECT_EQ(lengthField(16), "00 00 00 00");
+    EXPECT_EQ(lengths(), std::string(16, '\1') + '\0');
+    EXPECT_EQ(m.file.tell(), long(m.bytes().size())) << "position not restored";
     ASSERT_EQ(w.writeEndTag(), 0);
-    EXPECT_EQ(lengthField(16), "00 00 00 02");
-    EXPECT_EQ(m.bytes().size(), 2 + 17 * 10 + 4u);
+    EXPECT_EQ(lengths(), std::string(17, '\1'));
 }
 
 // A byte-form chunk inside an item of another: the inner writer's worker sits on the outer's, and
 // whichever body outgrows its buffer first, the headers must reach the file in order.
 TEST(Chunks, NestedByteFormChunks) {
-    struct Case {
-        std::vector<size_t> inner; // body sizes of the inner chunk's items
-        size_t tail;               // bytes of the outer body after the inner chunk
-        const char* start;         // expected first bytes
-    };
-    const Case cases[] = {
-        {{3}, 0, "10 01 07 10 02 03"},
-        {{300}, 0, "10 81 00 00 00 00 00 00 01 37 10 82 00 00 00 00 00 00 01 2c"},
-        {{3}, 300, "10 81 00 00 00 00 00 00 01 33 10 02 03"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.start);
+    const std::tuple<size_t, size_t, const char*> cases[] = {
+        // inner body, outer tail, first bytes
+        {3, 0, "10 01 07 10 02 03"},
+        {300, 0, "10 81 00 00 00 00 00 00 01 37 10 82 00 00 00 00 00 00 01 2c"},
+        {3, 300, "10 81 00 00 00 00 00 00 01 33 10 02 03"}};
+    for (const auto& [inner, tail, start] : cases) {
+        SCOPED_TRACE(start);
         ChunkFile file(true);
         GSFile& f = file.f;
-        GSTagWrite outer(&f), inner(&f);
-        ASSERT_EQ(outer.writeVersion(0x0100), 0);
-        ASSERT_EQ(outer.writeStart(1), 0);
-        ASSERT_EQ(inner.writeVersion(0x0100), 0);
-        for (size_t i = 0; i < c.inner.size(); ++i) {
-            ASSERT_EQ(inner.writeStart(int(i) + 2), 0);
-            ASSERT_EQ(f.write(pattern(c.inner[i], int(i)).data(), long(c.inner[i])), 0);
-            ASSERT_EQ(inner.writeEnd(), 0);
-        }
-        ASSERT_EQ(inner.writeEndTag(), 0);
-        ASSERT_EQ(f.write(pattern(c.tail, 99).data(), long(c.tail)), 0);
-        ASSERT_EQ(outer.writeEnd(), 0);
-        ASSERT_EQ(outer.writeEndTag(), 0);
-        EXPECT_EQ(file.written().rfind(c.start, 0), 0u) << file.written().substr(0, 60);
+        GSTagWrite outer(&f), in(&f);
+        ASSERT_FALSE(outer.writeVersion(0x0100) || outer.writeStart(1) || in.writeVersion(0x0100) ||
+                     in.writeStart(2) || f.write(pattern(inner, 1).data(), long(inner)) ||
+                     in.writeEnd() || in.writeEndTag() ||
+                     f.write(pattern(tail, 9).data(), long(tail)) || outer.writeEnd() ||
+                     outer.writeEndTag());
+        EXPECT_EQ(file.written().rfind(start, 0), 0u) << file.written().substr(0, 60);
 
-        file.rewind();
+        ASSERT_EQ(f.seek(file.start, 0), 0);
         GSTagRead r(&f), ri(&f);
-        ASSERT_EQ(r.readVersion(0x0100, nullptr), 0);
-        ASSERT_EQ(r.read(), 1);
-        ASSERT_EQ(ri.readVersion(0x0100, nullptr), 0);
-        for (size_t i = 0; i < c.inner.size(); ++i) {
-            ASSERT_EQ(ri.read(), int(i) + 2) << "inner item " << i;
-            EXPECT_EQ(readBytes(f, ri.getLength()), pattern(c.inner[i], int(i)));
-        }
+        ASSERT_FALSE(r.readVersion(0x0100, nullptr) || r.read() != 1);
+        ASSERT_FALSE(ri.readVersion(0x0100, nullptr) || ri.read() != 2);
+        EXPECT_EQ(readBytes(f, ri.getLength()), pattern(inner, 1));
         ASSERT_EQ(ri.read(), GSTagRead::kEndTag);
-        EXPECT_EQ(readBytes(f, r.getBodyStart() + r.getLength() - f.tell()), pattern(c.tail, 99));
+        EXPECT_EQ(readBytes(f, r.getBodyStart() + r.getLength() - f.tell()), pattern(tail, 9));
         EXPECT_EQ(r.read(), GSTagRead::kEndTag);
         EXPECT_EQ(f.tell(), long(file.m.bytes().size()));
     }

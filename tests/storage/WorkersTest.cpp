@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <string>
 
 using namespace testing_support;
+using namespace save_test;
 
 namespace {
 
@@ -26,229 +26,163 @@ GSObjectRef<GSFileWorkerMemory> memoryWorker(const std::string& content, const c
     return w;
 }
 
-std::string contents(const GSFileWorkerMemory& w) {
-    const auto& b = w.getBuffer();
-    return std::string(reinterpret_cast<const char*>(b.getData()), b.getSize());
+GSObjectRef<GSFileWorker> streamWorker(const std::string& path, const char* mode) {
+    GSObjectRef<GSFileWorker> w(new GSFileWorkerStream());
+    w->setAccessMode(mode);
+    w->setFileSpec(GSFileSpec(gs(path)));
+    return w;
 }
 
-std::string asString(const GSString& s) {
-    return std::string(s.getConstAddr(), s.getLength());
+std::string contents(const GSFileWorkerMemory& w) {
+    return std::string(reinterpret_cast<const char*>(w.getBuffer().getData()),
+                       w.getBuffer().getSize());
 }
 
 } // namespace
 
+// "r+b" is not binary: the "+" is found before the "b" would be looked for.
 TEST(FileWorker, AccessModes) {
-    struct {
-        const char *argument, *mode;
-        unsigned flags;
-    } cases[] = {{"r", "rb", 1},     {"rt", "rb", 1},   {"rb", "rb", 5},   {"r+", "rb+", 3},
-                 {"rt+", "rb+", 3},  {"r+b", "rb+", 3}, {"rb+", "rb+", 7}, {"w", "wb", 10},
-                 {"wt", "wb", 10},   {"wb", "wb", 14},  {"w+", "wb+", 11}, {"wt+", "wb+", 11},
-                 {"wb+", "wb+", 15}, {"a", "ab", 2},    {"at", "ab", 2},   {"ab", "ab", 6},
-                 {"a+", "ab+", 3},   {"ab+", "ab+", 7}};
+    const std::tuple<const char*, const char*, unsigned> cases[] = {
+        {"r", "rb", 1},    {"rb", "rb", 5},  {"r+b", "rb+", 3}, {"rt+", "rb+", 3},
+        {"rb+", "rb+", 7}, {"wt", "wb", 10}, {"wb", "wb", 14},  {"w+", "wb+", 11},
+        {"a", "ab", 2},    {"ab+", "ab+", 7}};
     GSObjectRef<GSFileWorkerMemory> w(new GSFileWorkerMemory());
-    EXPECT_STREQ(w->getAccessMode(), "rb") << "a fresh worker";
-    EXPECT_EQ(w->getAccessFlags(), 5u);
-    for (const auto& c : cases) {
-        w->setAccessMode(c.argument);
-        EXPECT_STREQ(w->getAccessMode(), c.mode) << c.argument;
-        EXPECT_EQ(w->getAccessFlags(), c.flags) << c.argument;
+    EXPECT_EQ(w->getAccessFlags(), 5u) << "a fresh worker reads binary";
+    for (const auto& [argument, mode, flags] : cases) {
+        w->setAccessMode(argument);
+        EXPECT_EQ(w->getAccessMode() + std::to_string(w->getAccessFlags()),
+                  mode + std::to_string(flags))
+            << argument;
     }
 }
 
+// In text mode every line break (CR, CR LF, LF, LF CR) reads as one newline, on both workers
+// (the stream steps back with a relative seek after a single CR or LF). getString reads in text
+// mode even on a binary worker, keeps the newline, and gives 1 at the end of the data.
 TEST(FileWorker, TextReading) {
-    auto text = memoryWorker("a\r\nb\n\r\r", "r");
-    std::vector<int> got;
-    for (int i = 0; i < 6; ++i)
-        got.push_back(text->getChar());
-    EXPECT_EQ(got, (std::vector<int>{'a', 10, 'b', 10, 10, -1}))
-        << "every line break is one newline";
-    auto binary = memoryWorker("\r\n\xff", "rb");
-    EXPECT_EQ(binary->getChar(), 13);
-    EXPECT_EQ(binary->getChar(), 10);
-    EXPECT_EQ(binary->getChar(), 255) << "bytes above 127 must not come back negative";
+    TempFolder folder;
+    const std::string runs = "a\r\r\n\n\rb\n\xff\r";
+    writeText(folder.path("runs.txt"), runs);
+    auto stream = streamWorker(folder.path("runs.txt"), "r");
+    auto memory = memoryWorker(runs, "r");
+    ASSERT_EQ(stream->open(), 0);
+    for (GSFileWorker* w : {static_cast<GSFileWorker*>(memory.get()), stream.get()}) {
+        std::string got;
+        for (short c; (c = w->getChar()) != -1;)
+            got += std::to_string(c) + " ";
+        EXPECT_EQ(got, "97 10 10 10 98 10 255 10 ");
+        EXPECT_EQ(w->eof(), 1);
+    }
+    EXPECT_EQ(stream->close(0), 0);
+    EXPECT_EQ(readText(folder.path("runs.txt")), runs) << "reading changes nothing";
+    EXPECT_EQ(memoryWorker("\r\n", "rb")->getChar(), 13);
 
     GSString s;
-    auto w = memoryWorker("abcdefg\n", "rb");
+    auto w = memoryWorker("abcdefg\r\nx\xff", "rb");
     EXPECT_EQ(w->getString(&s, 5), 0);
-    EXPECT_EQ(asString(s), "abcd") << "at most maxLength - 1 characters";
+    EXPECT_EQ(str(s), "abcd") << "at most maxLength - 1 characters";
     EXPECT_EQ(w->getString(&s, 0), 0);
-    EXPECT_EQ(asString(s), "efg\n") << "the newline stays in the string";
-    EXPECT_EQ(w->getString(&s, 0), 1) << "at the end";
-    EXPECT_EQ(asString(s), "");
-    auto lines = memoryWorker("one\r\ntwo", "rb");
-    EXPECT_EQ(lines->getString(&s, 0), 0);
-    EXPECT_EQ(asString(s), "one\n") << "a binary worker still translates line breaks here";
-    EXPECT_EQ(lines->getAccessFlags(), 5u) << "the access flags must be restored";
-    EXPECT_EQ(lines->getString(&s, 0), 1);
-    EXPECT_EQ(asString(s), "two") << "no final newline: the rest, and result 1";
+    EXPECT_EQ(str(s), "efg\n");
+    EXPECT_EQ(w->getAccessFlags(), 5u) << "the access flags must be restored";
+    EXPECT_EQ(w->getString(&s, 0), 1);
+    EXPECT_EQ(str(s), "x\xff") << "no final newline: the rest, and result 1";
+    EXPECT_EQ(s.getEncoding(), GSString::kWindows) << "a line that is no UTF-8 is Latin 1";
+    EXPECT_EQ(w->getString(&s, 0), 1);
+    EXPECT_TRUE(s.isEmpty());
 }
 
-TEST(FileWorker, TextReadingFromAFile) {
-    // The stream steps back with a relative seek when a break is a single CR or LF.
-    TempFolder folder;
-    writeFile(folder.path("runs.txt"), fromHex("61 0d 0d 0a 0a 0d 62 0a"));
-    GSObjectRef<GSFileWorkerStream> w(new GSFileWorkerStream());
-    w->setAccessMode("r");
-    w->setFileSpec(GSFileSpec(GSString(folder.path("runs.txt").c_str(), -1, GSString::kUTF8)));
-    ASSERT_EQ(w->open(), 0);
-    std::vector<int> got;
-    for (int i = 0; i < 6; ++i)
-        got.push_back(w->getChar());
-    EXPECT_EQ(got, (std::vector<int>{'a', 10, 10, 10, 'b', 10})) << "CR, CR LF, LF CR, final LF";
-    EXPECT_EQ(w->getChar(), -1);
-    EXPECT_EQ(w->eof(), 1);
-    ASSERT_EQ(w->seek(0, 0), 0);
-    GSString line;
-    EXPECT_EQ(w->getString(&line, 0), 0);
-    EXPECT_EQ(asString(line), "a\n");
-    EXPECT_EQ(w->close(0), 0);
-    EXPECT_EQ(readFile(folder.path("runs.txt")), fromHex("61 0d 0d 0a 0a 0d 62 0a"))
-        << "reading changes nothing";
-}
-
+// The base putChar writes CR LF in text mode; the stream worker writes bare LF.
 TEST(FileWorker, PutLongPutStringAndTheOpenCloseProtocol) {
-    auto w = memoryWorker("", "wb");
-    EXPECT_EQ(w->putLong(-42, 5), 0);
-    EXPECT_EQ(w->putLong(7, 0), 0);
-    EXPECT_EQ(w->putLong(INT_MIN, 0), 0);
-    EXPECT_EQ(w->putFloat(3.25f, 2) + w->putFloat(-2.0f, 3) + w->putFloat(0.125f, 1), 0);
-    EXPECT_EQ(contents(*w), "-000427-21474836483.25-20.1") << "no trailing zeros";
-    EXPECT_EQ(w->open(), 1) << "open on an open worker";
-    ASSERT_EQ(w->close(0), 0);
-    EXPECT_EQ(w->close(0), 1) << "close on a closed worker";
-    EXPECT_EQ(contents(*w), "-000427-21474836483.25-20.1")
-        << "closing a memory worker keeps its bytes";
-    EXPECT_EQ(w->putString("x", 0) + w->putLong(1, 0) + w->putFloat(1.0f, 0), 3)
-        << "a closed worker writes nothing";
-
-    auto text = memoryWorker("", "w");
-    EXPECT_EQ(text->putString("a\nb", 1), 0);
-    EXPECT_EQ(contents(*text), "a\r\nb\r\n") << "text mode writes CR LF";
-    auto binary = memoryWorker("", "wb");
-    EXPECT_EQ(binary->putString("a\nb", 1), 0);
-    EXPECT_EQ(contents(*binary), "a\nb\n");
-
-    // A stream worker writes bare LF even in text mode, and "w" replaces the old content.
     TempFolder folder;
-    writeFile(folder.path("notes.txt"), Bytes(20, 'x'));
-    GSObjectRef<GSFileWorkerStream> stream(new GSFileWorkerStream());
-    stream->setAccessMode("w");
-    stream->setFileSpec(
-        GSFileSpec(GSString(folder.path("notes.txt").c_str(), -1, GSString::kUTF8)));
+    auto stream = streamWorker(folder.path("notes.txt"), "w");
+    auto text = memoryWorker("", "w"), binary = memoryWorker("", "wb");
     ASSERT_EQ(stream->open(), 0);
-    EXPECT_EQ(stream->putString("a\nb", 1) + stream->putLong(-42, 5), 0);
+    for (GSFileWorker* w : {static_cast<GSFileWorker*>(text.get()),
+                            static_cast<GSFileWorker*>(binary.get()), stream.get()})
+        EXPECT_FALSE(w->putLong(-42, 5) || w->putLong(INT_MIN, 0) || w->putLong(7, 0) ||
+                     w->putFloat(3.25f, 2) || w->putFloat(0.125f, 1) || w->putString("a\nb", 1));
     ASSERT_EQ(stream->close(0), 0);
-    EXPECT_EQ(readFile(folder.path("notes.txt")), fromHex("61 0a 62 0a 2d 30 30 30 34 32"));
-    EXPECT_EQ(stream->close(0), 1) << "close on a closed stream worker";
+    EXPECT_EQ(contents(*text), "-00042-214748364873.250.1a\r\nb\r\n") << "no trailing zeros";
+    EXPECT_EQ(contents(*binary), "-00042-214748364873.250.1a\nb\n");
+    EXPECT_EQ(readText(folder.path("notes.txt")), contents(*binary));
 
+    EXPECT_EQ(binary->open(), 1) << "open on an open worker";
+    ASSERT_EQ(binary->close(0), 0);
+    EXPECT_EQ(binary->close(0) + stream->close(0), 2) << "close on a closed worker";
+    EXPECT_EQ(binary->putString("x", 0) + binary->putLong(1, 0) + binary->putFloat(1.0f, 0), 3)
+        << "a closed worker writes nothing";
+    EXPECT_EQ(contents(*binary), "-00042-214748364873.250.1a\nb\n") << "closing keeps the bytes";
     GSObjectRef<GSFileWorkerStream> unnamed(new GSFileWorkerStream());
     EXPECT_EQ(unnamed->open(), 1) << "no file to open";
-    EXPECT_EQ(unnamed->isOpened(), 0);
-    EXPECT_EQ(unnamed->close(0), 1);
-    GSObjectRef<GSFileWorkerStream> missing(new GSFileWorkerStream());
-    missing->setFileSpec(
-        GSFileSpec(GSString(folder.path("no/such/file").c_str(), -1, GSString::kUTF8)));
-    missing->setAccessMode("wb");
-    EXPECT_EQ(missing->open(), 1) << "a folder that does not exist";
+    EXPECT_EQ(streamWorker(folder.path("no/such/file"), "wb")->open(), 1);
 }
 
-TEST(MemoryWorker, WritingNeverChangesTheCallersArray) {
-    GSDynaArray<unsigned char> caller = toDynaArray(fromHex("00 01 02 03 04 05 06 07 08 09"));
-    GSObjectRef<GSFileWorkerMemory> w(new GSFileWorkerMemory(caller));
-    ASSERT_EQ(w->open(), 0);
-    ASSERT_EQ(w->seek(4, 0), 0);
+// A worker over the caller's array writes into its own copy; seeks clamp to the data, reads stop
+// at its end.
+TEST(MemoryWorker, CopiesSeeksAndReads) {
+    GSDynaArray<unsigned char> caller = toDynaArray(fromHex("30 31 32 33 34 35 36 37 38 39"));
+    GSObjectRef<GSFileWorkerMemory> w(new GSFileWorkerMemory(caller)),
+        emptied(new GSFileWorkerMemory(caller));
+    emptied->setAccessMode("wb");
+    ASSERT_FALSE(w->open() || w->seek(4, 0) || emptied->open());
     EXPECT_EQ(w->writeData("ABCDEFGHIJ", 10), 10);
-    EXPECT_EQ(w->tell(), 14);
-    EXPECT_EQ(contents(*w), std::string("\0\1\2\3ABCDEFGHIJ", 14));
+    EXPECT_EQ(contents(*w) + "|" + contents(*emptied), "0123ABCDEFGHIJ|") << "\"wb\" empties";
     EXPECT_EQ(toHex(Bytes(caller.getData(), caller.getData() + caller.getSize())),
-              "00 01 02 03 04 05 06 07 08 09");
-
-    GSObjectRef<GSFileWorkerMemory> truncated(new GSFileWorkerMemory(caller));
-    truncated->setAccessMode("wb");
-    ASSERT_EQ(truncated->open(), 0);
-    EXPECT_EQ(truncated->getBuffer().getSize(), 0) << "\"wb\" gives an empty file";
-    EXPECT_EQ(caller.getSize(), 10) << "...without emptying the caller's array";
-}
-
-TEST(MemoryWorker, SeekClampsAndReadStopsAtTheEnd) {
-    auto w = memoryWorker("0123456789", "rb");
-    EXPECT_EQ(w->seek(5, 2), 1);
-    EXPECT_EQ(w->tell(), 10);
-    ASSERT_EQ(w->seek(2, 0), 0);
-    EXPECT_EQ(w->seek(-3, 1), 1);
-    EXPECT_EQ(w->tell(), 0);
-    EXPECT_EQ(w->seek(LONG_MAX, 1), 1) << "an overflowing target";
-    EXPECT_EQ(w->tell(), 10);
-    ASSERT_EQ(w->seek(-4, 2), 0);
+              "30 31 32 33 34 35 36 37 38 39");
+    // Whence, offset, status, position after.
+    const long cases[][4] = {
+        {2, 5, 1, 14}, {0, 2, 0, 2}, {1, -3, 1, 0}, {1, LONG_MAX, 1, 14}, {2, -4, 0, 10}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(w->seek(c[1], short(c[0])), c[2]) << c[0] << ", " << c[1];
+        EXPECT_EQ(w->tell(), c[3]) << c[0] << ", " << c[1];
+    }
     char buffer[8] = {};
     EXPECT_EQ(w->readData(buffer, 8), 4);
-    EXPECT_EQ(std::string(buffer, 4), "6789");
+    EXPECT_EQ(std::string(buffer, 4), "GHIJ");
     EXPECT_EQ(w->readData(buffer, 8), 0);
     EXPECT_EQ(w->eof(), 1);
-}
 
-TEST(MemoryWorker, RegisteredByNameAndCreatable) {
-    GSObject* made = GSRuntimeClass::createObjectForName("GSFileWorkerMemory");
-    ASSERT_NE(made, nullptr);
-    GSObjectRef<GSObject> held(made);
-    auto* w = GSObjectCast<GSFileWorkerMemory>(made, GSFileWorkerMemory::gsClassGSFileWorkerMemory);
-    ASSERT_NE(w, nullptr);
-    EXPECT_EQ(w->isMemoryWorker(), 1);
-    EXPECT_EQ(w->getBuffer().getCapacity(), 32768);
-    EXPECT_EQ(GSRuntimeClass::createObjectForName("GSFileWorker"), nullptr) << "abstract";
-    GSObjectRef<GSFileWorkerStream> stream(new GSFileWorkerStream());
-    EXPECT_EQ(stream->getRuntimeClass(), &GSFileWorker::gsClassGSFileWorker);
-    EXPECT_EQ(stream->isMemoryWorker(), 0);
-    EXPECT_EQ(stream->getMemoryAddress(), nullptr);
+    // Created by class name, as documents name their workers; a growth step without a capacity
+    // is the first capacity.
+    GSObjectRef<GSObject> made(GSRuntimeClass::createObjectForName("GSFileWorkerMemory"));
+    EXPECT_EQ(made->getRuntimeClass(), &GSFileWorkerMemory::gsClassGSFileWorkerMemory);
     EXPECT_EQ(GSFileWorkerMemory(16, 0).getBuffer().getCapacity(), 16);
-    EXPECT_EQ(GSFileWorkerMemory(-50, 0).getBuffer().getCapacity(), 8192);
 }
 
 // A memory file spec opens a memory worker through GSFile: the same code that saves a
 // document to a file saves it to memory, and reads it back from bytes in the dictionary.
 TEST(MemoryWorker, MemoryFileSpecsOpenThroughGSFile) {
-    using namespace save_test;
     TempFolder folder;
     const Bytes doc = makeDocument(5, 70000);
-    const std::string path = folder.path("doc.etd");
-    ASSERT_EQ(saveDocument(path, 1, doc), 0);
-    ASSERT_TRUE(slurp(path) == doc);
-
-    for (int form = 0; form < 2; ++form) {
-        GSFileSpec spec(gs(folder.path(form ? "by-id" : "by-flag")));
-        if (form) {
-            spec.getOrCreateDictionary()->setObjectValue(GSFileDataIDKey,
-                                                         new GSStringDictionaryKey(gs("doc")));
-        } else {
+    for (bool byID : {false, true}) {
+        GSFileSpec spec(gs(folder.path(byID ? "by-id" : "by-flag")));
+        if (byID)
+            put(&spec, GSFileDataIDKey, new GSStringDictionaryKey(gs("doc")));
+        else
             putLong(&spec, GSFileSaveToMemoryKey, 1);
-        }
+        putLong(&spec, GSFileFormatVersionKey, 770);
         GSFile file(spec, 0);
-        auto* memory = GSObjectCast<GSFileWorkerMemory>(
-            file.getFileWorker(), GSFileWorkerMemory::gsClassGSFileWorkerMemory);
-        ASSERT_NE(memory, nullptr) << "form " << form;
-        EXPECT_EQ(str(file.getFileSpec().getFilename(1)), form ? "by-id" : "by-flag");
+        EXPECT_EQ(str(file.getFileSpec().getFilename(1)) + std::to_string(file.getFormatVersion()),
+                  byID ? "by-id770" : "by-flag770");
+        ASSERT_EQ(file.getFileWorker()->isMemoryWorker(), 1);
         file.getFileWorker()->setAccessMode("wb");
-        ASSERT_EQ(file.open(), 0);
-        EXPECT_EQ(writeDocument(&file, doc, 4096), 0);
-        ASSERT_EQ(file.close(0), 0);
-        const auto& bytes = memory->getBuffer();
-        EXPECT_TRUE(Bytes(bytes.getData(), bytes.getData() + bytes.getSize()) == doc)
-            << "form " << form << ": the bytes a file would hold";
-        EXPECT_EQ(memory->getMemoryAddress(), bytes.getData());
+        ASSERT_FALSE(file.open() || writeDocument(&file, doc, 4096));
+        auto* bytes = static_cast<unsigned char*>(file.getFileWorker()->getMemoryAddress());
+        EXPECT_TRUE(Bytes(bytes, bytes + file.getLength()) == doc) << byID;
     }
-    EXPECT_EQ(listing(folder.root()), std::set<std::string>{"doc.etd"}) << "no file was made";
+    GSFile plain(GSFileSpec(gs(folder.path("x"))), 0); // any other spec: a stream worker
+    EXPECT_FALSE(plain.getFileWorker()->isMemoryWorker() ||
+                 plain.getFileWorker()->getMemoryAddress());
+    EXPECT_EQ(GSObjectCast<GSFileWorkerMemory>(plain.getFileWorker(),
+                                               GSFileWorkerMemory::gsClassGSFileWorkerMemory),
+              nullptr);
+    EXPECT_EQ(listing(folder.root()), std::set<std::string>{}) << "no file was made";
 
     GSFileSpec source(gs(folder.path("none.etd")));
-    auto* buffer = new GSBufferObject(toDynaArray(doc));
-    source.getOrCreateDictionary()->setObjectValue(GSFileDataKey, buffer);
+    put(&source, GSFileDataKey, new GSBufferObject(toDynaArray(doc)));
     GSFile reader(source, 0);
-    ASSERT_EQ(reader.getFileWorker()->isMemoryWorker(), 1);
-    ASSERT_EQ(reader.open(), 0);
-    EXPECT_EQ(reader.getLength(), static_cast<long>(doc.size()));
     Bytes back(doc.size());
-    ASSERT_EQ(reader.read(back.data(), static_cast<long>(back.size())), 0);
+    ASSERT_FALSE(reader.open() || reader.read(back.data(), long(back.size())));
     EXPECT_TRUE(back == doc);
-    EXPECT_EQ(reader.close(0), 0);
-    EXPECT_EQ(buffer->value.getSize(), static_cast<long>(doc.size())) << "the dictionary's bytes";
+    EXPECT_EQ(reader.getLength(), long(doc.size()));
 }

@@ -1,0 +1,97 @@
+// SaveTestSupport.h - documents and whole saves shared by the safe-save tests.
+//
+// A test document is deterministic bytes written through GSFile the way a real writer does it:
+// many pieces of varying size, and a length field at the start that is written as a placeholder
+// first and patched at the end by seeking back (as chunk writers do), so that a save seeks and
+// clears the stream's error indicator before it closes.
+#pragma once
+
+#include "FileTestSupport.h"
+#include "GSFile.h"
+#include "GSFileSpec.h"
+#include "GSFileSpecKeys.h"
+#include "GSFileWorker.h"
+#include "GSLongDictionaryKey.h"
+#include "GSObjectDictionary.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <string>
+
+namespace save_test {
+
+using namespace file_test;
+using testing_support::Bytes;
+
+// Options of a spec: `value` goes into its dictionary, which then owns it.
+inline void put(GSFileSpec* spec, const GSString& key, GSObject* value) {
+    spec->getOrCreateDictionary()->setObjectValue(key, value);
+}
+inline void putLong(GSFileSpec* spec, const GSString& key, int value) {
+    put(spec, key, new GSLongDictionaryKey(value));
+}
+
+// `size` bytes that depend on `seed`; the first four hold the size, big-endian.
+inline Bytes makeDocument(unsigned seed, size_t size) {
+    Bytes bytes(size);
+    unsigned state = seed * 2654435761u + 1;
+    for (auto& b : bytes) {
+        state = state * 1103515245u + 12345u;
+        b = static_cast<unsigned char>(state >> 23);
+    }
+    for (size_t i = 0; i < 4 && i < size; ++i)
+        bytes[i] = static_cast<unsigned char>(size >> (8 * (3 - i)));
+    return bytes;
+}
+
+// Writes `doc` (4 bytes or more) into an open file in pieces of 1 to `maxPiece` bytes, the length
+// field patched last. Every status is gathered, none stops the writing (the worker must notice
+// by itself).
+inline short writeDocument(GSFile* file, const Bytes& doc, size_t maxPiece) {
+    const unsigned char placeholder[4] = {};
+    short status = file->write(placeholder, 4);
+    unsigned state = static_cast<unsigned>(doc.size());
+    for (size_t at = 4, piece; at < doc.size(); at += piece) {
+        state = state * 1103515245u + 12345u;
+        piece = std::min(1 + (state >> 16) % maxPiece, doc.size() - at);
+        status |= file->write(doc.data() + at, static_cast<long>(piece));
+    }
+    status |= file->seek(0, 0);
+    status |= file->write(doc.data(), 4);
+    status |= file->seek(0, 2);
+    return status;
+}
+
+// A whole save of `doc` to `path` ("wb"; "GSFileSafetyMode" = mode, none when mode < 0): nonzero
+// when any step failed. The file is closed with close(0) whatever happened before.
+inline short saveDocument(const std::string& path, int mode, const Bytes& doc,
+                          size_t maxPiece = 4096) {
+    GSFileSpec spec(gs(path));
+    if (mode >= 0) putLong(&spec, GSFileSafetyModeKey, mode);
+    GSFile file(spec, 0);
+    file.getFileWorker()->setAccessMode("wb");
+    if (file.open()) return 1;
+    short status = writeDocument(&file, doc, maxPiece);
+    return static_cast<short>(status | file.close(0));
+}
+
+// A file of up to 1 MB in one read: the kill loop compares documents of 300 KB hundreds of times.
+inline Bytes slurp(const std::string& path) {
+    Bytes bytes(1 << 20);
+    std::FILE* f = std::fopen(path.c_str(), "rb");
+    bytes.resize(f ? std::fread(bytes.data(), 1, bytes.size(), f) : 0);
+    if (f) std::fclose(f);
+    return bytes;
+}
+
+// The hidden temporary names a save leaves only when it is interrupted: ".tmp", ten lower-case
+// letters or digits, and the target's extender or (the name reserved for the old content) none.
+inline bool isTemporaryName(const std::string& name, const std::string& extender) {
+    return name.size() >= 14 && name.compare(0, 4, ".tmp") == 0 &&
+           (name.size() == 14 || name.compare(14, std::string::npos, extender) == 0) &&
+           std::all_of(name.begin() + 4, name.begin() + 14,
+                       [](unsigned char c) { return std::islower(c) || std::isdigit(c); });
+}
+
+} // namespace save_test
