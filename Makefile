@@ -79,7 +79,7 @@ coverage: deps deps-coverage
 	cmake --build --preset coverage -j $(JOBS)
 	find build/coverage -name '*.gcda' -delete
 	ctest --preset coverage
-	gcovr --root . --object-directory build/coverage --filter 'src/' --exclude '.*Tables\.inc$$' \
+	gcovr --root . --object-directory build/coverage build/coverage --filter 'src/' --exclude '.*Tables\.inc$$' \
 	      --gcov-ignore-parse-errors --print-summary --txt build/coverage/coverage.txt \
 	      | tail -n 3
 
