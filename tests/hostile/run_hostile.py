@@ -1,6 +1,6 @@
 #!/usr/bin/python3
-"""Runs `ember-tide thumbnail` and `ember-tide info` on hostile documents, each under a memory
-and a time limit, and fails on any crash, timeout or limit hit.
+"""Runs `ember-tide thumbnail` and `ember-tide info --json` on hostile documents, each under a
+memory and a time limit, and fails on any crash, timeout or limit hit.
 
 Usage: run_hostile.py TOOL SOURCE_DIR [--sanitized] [--memory-mb 256] [--seconds 2] [--jobs 2]
 
@@ -146,6 +146,21 @@ def crafted(image):
         nested, offsets = nested_dictionaries(BYTE, depth)
         add("nesting-byte-%d" % depth, document(BYTE, [preview(BYTE, [BYTE.item(4, nested)])],
                                                 table=[(nested, at) for at in offsets]))
+
+    # Object tables that make `info` read one long class name over and over: 50,000 entries
+    # naming one record, and entries at every header of a chain of names nested in each other.
+    name = b"N" * (1 << 20)
+
+    def table_at(needle, offsets):
+        items = [LONG.item(12, needle), good_preview]
+        at = document(LONG, items, version=0x0302, table=[needle]).find(needle)
+        return document(LONG, items, version=0x0302, table=[at + o for o in offsets])
+    add("inventory-one-record-50000-times", table_at(LONG.record(name, b""), [0] * 50000))
+    headers = 40000
+    chain = b"".join(b"\0" + u16(-101) + u32(len(name) + 1 + 7 * (headers - 1 - k))
+                     for k in range(headers)) + name + b"\0"
+    add("inventory-nested-names", table_at(chain, range(0, 7 * headers, 7)))
+
     return cases
 
 
@@ -207,6 +222,8 @@ def run_all(tool, jobs, parallel, work, timeout):
             argv = [tool, command, path]
             if command == "thumbnail":
                 argv.append(os.path.join(work, "out-%d.png" % slot))
+            else:
+                argv.insert(2, "--json")  # which also takes stock of the object table
             err = open(os.path.join(work, "err-%d" % slot), "w+")
             process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                        stderr=err, env=env)

@@ -1,4 +1,12 @@
 // Inventory.cpp - counting the classes of the records an object table points at.
+//
+// The table is a stranger's list of positions: it may name one record thousands of times, or
+// point into the middle of a long class name at every few bytes, where each byte could again
+// look like the start of a record whose name runs to the end of the file. Reading a name per
+// entry would then cost entries x name length. So positions are read in file order, each
+// distinct one once (equal entries share its result), and a position that falls inside bytes
+// already read as a name is no record: records never overlap their names, however they nest.
+// Every byte of the file is read as a name at most once, so the work grows with the file.
 #include "Inventory.h"
 
 #include "GSFile.h"
@@ -7,7 +15,9 @@
 #include "GSGetThumbnail.h"
 #include "GSString.h"
 
+#include <algorithm>
 #include <exception>
+#include <vector>
 
 namespace tool {
 
@@ -39,12 +49,22 @@ ObjectInventory readObjectInventory(const std::string& path) {
         inventory.present = table != nullptr;
         if (table) {
             inventory.entries = table->getCount();
+            std::vector<long> positions(static_cast<size_t>(inventory.entries));
+            for (long i = 0; i < inventory.entries; ++i)
+                positions[static_cast<size_t>(i)] = table->getPositionAt(i);
+            std::sort(positions.begin(), positions.end());
+            long readUpTo = 0; // the end of what has been read as a record's marker and name
             std::string name;
-            for (long i = 0; i < inventory.entries; ++i) {
-                if (readClassNameAt(&file, table->getPositionAt(i), &name))
-                    ++inventory.classes[name];
+            for (auto at = positions.begin(); at != positions.end();) {
+                const auto same = std::upper_bound(at, positions.end(), *at);
+                const long count = same - at;
+                const bool outsideNames = *at >= readUpTo;
+                if (outsideNames && readClassNameAt(&file, *at, &name))
+                    inventory.classes[name] += count;
                 else
-                    ++inventory.unreadable;
+                    inventory.unreadable += count;
+                if (outsideNames) readUpTo = std::max(*at + 1, file.tell());
+                at = same;
             }
         }
         file.stopObjectMergingRead();
