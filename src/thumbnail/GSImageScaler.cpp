@@ -1,6 +1,9 @@
 // GSImageScaler.cpp - separable-convolution scaling through pixman.
 #include "GSImageScaler.h"
 
+#include "GSWorkDeadline.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
@@ -57,13 +60,24 @@ bool GSScaleImage(const GSRasterImage& source, int width, int height, GSRasterIm
     };
     auto sample = [](double s) { return s > 1 ? PIXMAN_KERNEL_BOX : PIXMAN_KERNEL_IMPULSE; };
     int count = 0;
-    std::unique_ptr<pixman_fixed_t, ParamsDeleter> params(pixman_filter_create_separable_convolution(
-        &count, pixman_double_to_fixed(sx > 1 ? sx : 1), pixman_double_to_fixed(sy > 1 ? sy : 1),
-        reconstruct(sx), reconstruct(sy), sample(sx), sample(sy), 4, 4));
-    if (!params ||
-        !pixman_image_set_filter(src.get(), PIXMAN_FILTER_SEPARABLE_CONVOLUTION, params.get(), count))
+    std::unique_ptr<pixman_fixed_t, ParamsDeleter> params(
+        pixman_filter_create_separable_convolution(&count, pixman_double_to_fixed(sx > 1 ? sx : 1),
+                                                   pixman_double_to_fixed(sy > 1 ? sy : 1),
+                                                   reconstruct(sx), reconstruct(sy), sample(sx),
+                                                   sample(sy), 4, 4));
+    if (!params || !pixman_image_set_filter(src.get(), PIXMAN_FILTER_SEPARABLE_CONVOLUTION,
+                                            params.get(), count))
         return false;
-    pixman_image_composite32(PIXMAN_OP_SRC, src.get(), nullptr, dst.get(), 0, 0, 0, 0, 0, 0, width,
-                             height);
+    // In bands of rows, between which the work's deadline is checked. A band samples the source
+    // where the whole picture would (source and destination origins move together), so the
+    // result is the same to the bit. A band's work is about the source pixels under it.
+    constexpr int kBandRows = 16;
+    const long bandUnits =
+        static_cast<long>(std::ceil(kBandRows * width * std::max(sx, 1.0) * std::max(sy, 1.0)));
+    for (int y = 0; y < height; y += kBandRows) {
+        if (GSWorkTimeUp(bandUnits)) return false;
+        pixman_image_composite32(PIXMAN_OP_SRC, src.get(), nullptr, dst.get(), 0, y, 0, 0, 0, y,
+                                 width, std::min(kBandRows, height - y));
+    }
     return true;
 }

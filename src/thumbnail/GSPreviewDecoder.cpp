@@ -1,11 +1,13 @@
 // GSPreviewDecoder.cpp - JPEG through libjpeg-turbo, PNG through libpng.
 #include "GSPreviewDecoder.h"
 
+#include "GSWorkDeadline.h"
+
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <jpeglib.h>
 #include <jerror.h>
+#include <jpeglib.h>
 #include <png.h>
 
 namespace {
@@ -18,26 +20,67 @@ inline uint32_t argb(unsigned a, unsigned r, unsigned g, unsigned b) {
 
 // ---------------------------------------------------------------- JPEG
 
+// Real encoders write few scans: libjpeg's progressive script has 10 for colour pictures, 6 for
+// grey and 18 for CMYK, at most 60 for the ten components a frame may have, and encoders that
+// search for the smallest script stay near those. Every scan costs a pass over the picture's
+// coefficients, however little it codes, so a stranger's file of thousands of empty scans
+// would take minutes; beyond this many, the picture is refused as soon as the scan begins.
+constexpr int kMaxJPEGScans = 100;
+// Progressive and multi-scan pictures keep all their coefficients (2 bytes each, 64 per block)
+// while the scans arrive; libjpeg's working memory is bounded, whatever the scale of the output.
+constexpr long kJPEGMemoryBudget = 96L * 1024 * 1024;
+
+// The callbacks below leave through longjmp, across libjpeg's frames and their own: they hold
+// no C++ object, and write what the caller is told into `message`.
 struct JPEGErrorManager {
     jpeg_error_mgr pub;
     jmp_buf escape;
-    char message[JMSG_LENGTH_MAX];
+    char message[JMSG_LENGTH_MAX + 64];
 };
+
+[[noreturn]] void jpegEscape(j_common_ptr cinfo) {
+    std::longjmp(reinterpret_cast<JPEGErrorManager*>(cinfo->err)->escape, 1);
+}
 
 void jpegErrorExit(j_common_ptr cinfo) {
     auto* err = reinterpret_cast<JPEGErrorManager*>(cinfo->err);
-    cinfo->err->format_message(cinfo, err->message);
-    std::longjmp(err->escape, 1);
+    char text[JMSG_LENGTH_MAX];
+    cinfo->err->format_message(cinfo, text);
+    // libjpeg asks for a temporary file once the coefficients outgrow max_memory_to_use.
+    if (cinfo->err->msg_code == JERR_NO_BACKING_STORE)
+        std::snprintf(err->message, sizeof err->message,
+                      "JPEG too large for the memory budget (its coefficients need more than "
+                      "%ld MiB)",
+                      kJPEGMemoryBudget >> 20);
+    else
+        std::snprintf(err->message, sizeof err->message, "undecodable JPEG: %s", text);
+    jpegEscape(cinfo);
 }
 
-// Warnings that mean the picture is damaged (truncated or corrupt entropy data) are errors here:
-// a thumbnail of half a picture filled with grey is worse than none.
+// Warnings that mean the picture is damaged (entropy data cut short or corrupt) are errors here:
+// a thumbnail of half a picture filled with grey is worse than none. A missing end-of-image
+// marker alone (JWRN_JPEG_EOF, with every scan whole) loses nothing, and is shown as other
+// viewers show it.
 void jpegEmitMessage(j_common_ptr cinfo, int level) {
     if (level >= 0) return;
     int code = cinfo->err->msg_code;
-    if (code == JWRN_JPEG_EOF || code == JWRN_HUFF_BAD_CODE || code == JWRN_HIT_MARKER ||
-        code == JWRN_MUST_RESYNC || code == JWRN_NOT_SEQUENTIAL)
+    if (code == JWRN_HUFF_BAD_CODE || code == JWRN_HIT_MARKER || code == JWRN_MUST_RESYNC ||
+        code == JWRN_NOT_SEQUENTIAL)
         jpegErrorExit(cinfo);
+}
+
+// Called once per row of blocks while the scans are read, and once per row of output.
+void jpegProgress(j_common_ptr cinfo) {
+    auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
+    auto* err = reinterpret_cast<JPEGErrorManager*>(cinfo->err);
+    if (d->input_scan_number > kMaxJPEGScans)
+        std::snprintf(err->message, sizeof err->message, "JPEG of more than %d scans refused",
+                      kMaxJPEGScans);
+    else if (GSWorkTimeUp(static_cast<long>(d->image_width)))
+        std::snprintf(err->message, sizeof err->message, "JPEG decoding took too long");
+    else
+        return;
+    jpegEscape(cinfo);
 }
 
 void convertCMYK(const unsigned char* row, int width, bool inverted, uint32_t* out) {
@@ -53,19 +96,22 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
                 GSRasterImage* image, std::string* error) {
     jpeg_decompress_struct cinfo;
     JPEGErrorManager err;
+    jpeg_progress_mgr progress{};
     unsigned char* volatile cmykRow = nullptr; // read again after a longjmp
     cinfo.err = jpeg_std_error(&err.pub);
     err.pub.error_exit = jpegErrorExit;
     err.pub.emit_message = jpegEmitMessage;
     err.message[0] = 0;
+    progress.progress_monitor = jpegProgress;
     if (setjmp(err.escape)) {
         jpeg_destroy_decompress(&cinfo);
         delete[] cmykRow;
-        *error = std::string("undecodable JPEG: ") + err.message;
+        *error = err.message;
         return false;
     }
     jpeg_create_decompress(&cinfo);
-    cinfo.mem->max_memory_to_use = 96L * 1024 * 1024; // progressive images buffer coefficients
+    cinfo.mem->max_memory_to_use = kJPEGMemoryBudget;
+    cinfo.progress = &progress;
     jpeg_mem_src(&cinfo, bytes, static_cast<unsigned long>(count));
     jpeg_read_header(&cinfo, TRUE);
     if (cinfo.image_width == 0 || cinfo.image_height == 0 ||
@@ -105,13 +151,15 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
     image->pixels.assign(static_cast<size_t>(pixels), 0xFF000000u);
     if (cmyk) cmykRow = new unsigned char[static_cast<size_t>(image->width) * 4];
     while (cinfo.output_scanline < cinfo.output_height) {
-        uint32_t* out = image->pixels.data() + static_cast<size_t>(cinfo.output_scanline) * image->width;
+        uint32_t* out =
+            image->pixels.data() + static_cast<size_t>(cinfo.output_scanline) * image->width;
         JSAMPROW row = cmyk ? cmykRow : reinterpret_cast<JSAMPROW>(out);
         jpeg_read_scanlines(&cinfo, &row, 1);
         if (cmyk) convertCMYK(cmykRow, image->width, inverted, out);
     }
     if (!cmyk)
-        for (uint32_t& p : image->pixels) p |= 0xFF000000u; // the X byte is not set by the codec
+        for (uint32_t& p : image->pixels)
+            p |= 0xFF000000u; // the X byte is not set by the codec
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
     delete[] cmykRow;
@@ -120,34 +168,88 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
 
 // ---------------------------------------------------------------- PNG
 
+// libpng's row-by-row reader, so that the loop over the rows can watch the deadline. Its error
+// callback leaves through longjmp, as the JPEG ones do: no C++ object lives in those frames.
+struct PNGSource {
+    const unsigned char* bytes;
+    size_t count;
+    size_t at;
+    char message[128];
+};
+
+[[noreturn]] void pngError(png_structp png, png_const_charp what) {
+    auto* source = static_cast<PNGSource*>(png_get_error_ptr(png));
+    std::snprintf(source->message, sizeof source->message, "undecodable PNG: %s", what);
+    png_longjmp(png, 1);
+}
+
+void pngWarning(png_structp, png_const_charp) {} // ancillary chunks that are ignored
+
+void pngRead(png_structp png, png_bytep data, size_t length) {
+    auto* source = static_cast<PNGSource*>(png_get_io_ptr(png));
+    if (length > source->count - source->at) png_error(png, "the data ends too soon");
+    std::memcpy(data, source->bytes + source->at, length);
+    source->at += length;
+}
+
+// Only plain data lives in this frame: longjmp must not skip a destructor.
 bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std::string* error) {
-    png_image png;
-    std::memset(&png, 0, sizeof png);
-    png.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_memory(&png, bytes, static_cast<size_t>(count))) {
-        *error = std::string("undecodable PNG: ") + png.message;
+    PNGSource source{bytes, static_cast<size_t>(count), 0, {}};
+    png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &source, pngError, pngWarning);
+    png_infop info = png ? png_create_info_struct(png) : nullptr;
+    if (!info) {
+        png_destroy_read_struct(&png, nullptr, nullptr);
+        *error = "out of memory";
         return false;
     }
-    long pixels = static_cast<long>(png.width) * png.height;
-    if (png.width == 0 || png.height == 0 || pixels > kMaxDecodedPixels ||
-        png.width > 0x7FFFFFF || png.height > 0x7FFFFFF) {
-        png_image_free(&png);
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_read_struct(&png, &info, nullptr);
+        *error = source.message;
+        return false;
+    }
+    png_set_read_fn(png, &source, pngRead);
+    png_read_info(png, info);
+    const png_uint_32 width = png_get_image_width(png, info);
+    const png_uint_32 height = png_get_image_height(png, info);
+    const long pixels = static_cast<long>(width) * height;
+    if (width == 0 || height == 0 || pixels > kMaxDecodedPixels) {
+        png_destroy_read_struct(&png, &info, nullptr);
         *error = "PNG dimensions beyond the pixel budget";
         return false;
     }
-    image->hasAlpha = (png.format & PNG_FORMAT_FLAG_ALPHA) != 0;
-    png.format = kLittleEndian ? PNG_FORMAT_BGRA : PNG_FORMAT_ARGB;
-    // 16-bit samples without gAMA or sRGB are sRGB like 8-bit ones (libpng would assume linear
-    // light and brighten the picture).
-    png.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
-    image->width = static_cast<int>(png.width);
-    image->height = static_cast<int>(png.height);
+    // Every colour type and depth becomes 8-bit samples in the order of a native ARGB word.
+    const int colourType = png_get_color_type(png, info);
+    image->hasAlpha =
+        (colourType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, info, PNG_INFO_tRNS) != 0;
+    png_set_expand(png); // palettes, grey below 8 bits, tRNS as alpha
+    // Samples without gAMA or sRGB are sRGB, 16-bit ones too (libpng would take those for
+    // linear light and brighten the picture); a stated gamma is converted to sRGB.
+    png_set_alpha_mode(png, PNG_ALPHA_PNG, PNG_DEFAULT_sRGB);
+    png_set_scale_16(png);
+    if ((colourType & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png);
+    if (kLittleEndian) png_set_bgr(png);
+    if (!image->hasAlpha)
+        png_set_add_alpha(png, 0xFF, kLittleEndian ? PNG_FILLER_AFTER : PNG_FILLER_BEFORE);
+    else if (!kLittleEndian)
+        png_set_swap_alpha(png);
+    const int passes = png_set_interlace_handling(png);
+    png_read_update_info(png, info);
+    if (png_get_rowbytes(png, info) != static_cast<size_t>(width) * 4)
+        png_error(png, "unexpected row layout");
+    image->width = static_cast<int>(width);
+    image->height = static_cast<int>(height);
     image->pixels.resize(static_cast<size_t>(pixels));
-    if (!png_image_finish_read(&png, nullptr, image->pixels.data(), 0, nullptr)) {
-        *error = std::string("undecodable PNG: ") + png.message;
-        png_image_free(&png);
-        return false;
-    }
+    // Interlaced pictures come in passes over the same rows, each adding its pixels.
+    for (int pass = 0; pass < passes; ++pass)
+        for (png_uint_32 y = 0; y < height; ++y) {
+            if (GSWorkTimeUp(static_cast<long>(width))) {
+                std::snprintf(source.message, sizeof source.message, "PNG decoding took too long");
+                png_longjmp(png, 1);
+            }
+            uint32_t* row = image->pixels.data() + static_cast<size_t>(y) * width;
+            png_read_row(png, reinterpret_cast<png_bytep>(row), nullptr);
+        }
+    png_destroy_read_struct(&png, &info, nullptr);
     if (image->hasAlpha) {
         for (uint32_t& p : image->pixels) {
             unsigned a = p >> 24;

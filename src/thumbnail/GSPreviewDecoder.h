@@ -4,7 +4,10 @@
 // the target size, which makes large previews cheap; greyscale, RGB and CMYK (also the inverted
 // CMYK that some writers use) become ARGB. PNG of every colour type, bit depth and interlacing is
 // decoded with libpng. Images whose declared size exceeds the pixel budget are refused before
-// decoding; truncated or corrupt data is an error, never a grey picture.
+// decoding, and so are JPEGs of more scans than real encoders write and progressive ones whose
+// coefficients outgrow the memory budget; truncated or corrupt data is an error, never a grey
+// picture (a JPEG missing only its end-of-image marker is whole, and decodes). Decoding stops,
+// as a failure, once the calling thread's GSWorkDeadline has passed.
 #pragma once
 
 #include "GSRasterImage.h"

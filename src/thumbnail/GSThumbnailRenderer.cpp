@@ -6,6 +6,7 @@
 #include "GSImageScaler.h"
 #include "GSPreviewDecoder.h"
 #include "GSThumbnailFit.h"
+#include "GSWorkDeadline.h"
 
 #include <cerrno>
 #include <cstring>
@@ -99,7 +100,8 @@ GSThumbnailResult GSRenderPreview(const GSDynaArray<unsigned char>& bytes, int k
     if (decoded.width == target.width && decoded.height == target.height)
         scaled = std::move(decoded);
     else if (!GSScaleImage(decoded, target.width, target.height, &scaled))
-        return fail(GSThumbnailStatus::kUndecodable, "the picture cannot be scaled");
+        return fail(GSThumbnailStatus::kUndecodable,
+                    GSWorkTimedOut() ? "scaling took too long" : "the picture cannot be scaled");
     if (!GSEncodePNG(scaled, text, &result.png, &error))
         return fail(GSThumbnailStatus::kUndecodable, error);
     result.status = GSThumbnailStatus::kOK;

@@ -183,3 +183,30 @@ def png(width, height):
     header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
     return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(rows))
             + chunk(b"IEND", b""))
+
+
+def progressive_jpeg(side, empty_scans):
+    """A grey progressive JPEG of side x side pixels (at most 1448, so that one end-of-band run
+    covers every block): a DC scan, then `empty_scans` AC scans that each code nothing but that
+    one run. Every such scan is 12 bytes, yet the decoder walks all the blocks for it."""
+    blocks = ((side + 7) // 8) ** 2
+    assert 1 << 14 <= blocks < 1 << 15, "one EOB14 run must cover the blocks"
+
+    def segment(marker, body):
+        return b"\xff" + bytes([marker]) + struct.pack(">H", len(body) + 2) + body
+
+    def entropy(bits):
+        bits += "1" * (-len(bits) % 8)
+        data = bytes(int(bits[i:i + 8], 2) for i in range(0, len(bits), 8))
+        return data.replace(b"\xff", b"\xff\x00")
+
+    # One Huffman code each, "0": DC difference category 0, and EOB14 (a run of 2^14 + 14 bits).
+    one_code = bytes([1] + [0] * 15)
+    head = (b"\xff\xd8" + segment(0xDB, b"\0" + b"\1" * 64)
+            + segment(0xC2, struct.pack(">BHHB", 8, side, side, 1) + b"\x01\x11\x00")
+            + segment(0xC4, b"\x00" + one_code + b"\x00")
+            + segment(0xC4, b"\x10" + one_code + b"\xe0"))
+    dc = segment(0xDA, b"\x01\x01\x00\x00\x00\x00") + entropy("0" * blocks)
+    ac = segment(0xDA, b"\x01\x01\x00\x01\x3f\x00") + entropy("0" + format(blocks - (1 << 14),
+                                                                           "014b"))
+    return head + dc + ac * empty_scans + b"\xff\xd9"

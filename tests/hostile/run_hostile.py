@@ -34,7 +34,8 @@ import time
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 from etd_bytes import (Form, document, dictionary_object, information, inline_picture,  # noqa: E402
-                       nested_dictionaries, picture_record, png, preview, u16, u32)
+                       nested_dictionaries, picture_record, png, preview, progressive_jpeg, u16,
+                       u32)
 
 LONG, BYTE = Form(False), Form(True)
 SEED = 20240501
@@ -161,6 +162,9 @@ def crafted(image):
                      for k in range(headers)) + name + b"\0"
     add("inventory-nested-names", table_at(chain, range(0, 7 * headers, 7)))
 
+    # A progressive JPEG whose 50,000 scans each code nothing, yet cost a pass over the picture.
+    add("jpeg-50000-empty-scans", document(LONG, [preview(LONG, [LONG.item(0, information(
+        1448, 1448)), inline_picture(LONG, progressive_jpeg(1448, 50000), kind=2)])]))
     return cases
 
 

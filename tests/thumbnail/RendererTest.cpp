@@ -2,6 +2,7 @@
 #include "GSImageScaler.h"
 #include "GSPNGWriter.h"
 #include "GSPreviewDecoder.h"
+#include "GSWorkDeadline.h"
 #include "SampleImages.h"
 #include "TestSupport.h"
 
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <zlib.h>
 
 using namespace testing_support;
@@ -67,11 +69,28 @@ Bytes withSize(Bytes bytes, unsigned long width, unsigned long height) {
         return bytes;
     }
     size_t i = 2;
-    while (bytes[i + 1] != 0xC0)
+    while (bytes[i + 1] != 0xC0 && bytes[i + 1] != 0xC2) // baseline or progressive
         i += 2 + (bytes[i + 2] << 8 | bytes[i + 3]);
     putBig(&bytes[i + 5], height, 2);
     putBig(&bytes[i + 7], width, 2);
     return bytes;
+}
+
+// A progressive colour JPEG of libjpeg's 10 scans with its first scan, the DC one (which
+// depends on no earlier scan), repeated until it has `scans`.
+Bytes withScans(const Bytes& jpeg, int scans) {
+    size_t first = 2;
+    while (jpeg[first + 1] != 0xDA)
+        first += 2 + (jpeg[first + 2] << 8 | jpeg[first + 3]);
+    size_t end = first + 2 + (jpeg[first + 2] << 8 | jpeg[first + 3]);
+    while (jpeg[end] != 0xFF || jpeg[end + 1] == 0 || (jpeg[end + 1] & 0xF8) == 0xD0)
+        ++end; // entropy data, up to the next marker that is not a restart
+    Bytes out(jpeg.begin(), jpeg.begin() + static_cast<long>(end));
+    for (int i = 10; i < scans; ++i)
+        out.insert(out.end(), jpeg.begin() + static_cast<long>(first),
+                   jpeg.begin() + static_cast<long>(end));
+    out.insert(out.end(), jpeg.begin() + static_cast<long>(end), jpeg.end());
+    return out;
 }
 
 int channel(uint32_t pixel, int shift) {
@@ -84,6 +103,7 @@ TEST(Renderer, DecodedSizeCoversTheTargetAtTheSmallestJPEGScale) {
     Bytes big = samples::encodeJPEG(drawFlat(2048, 1536, {10, 200, 90}), 75);
     Bytes odd = samples::encodeJPEG(drawFlat(1000, 700, {10, 200, 90}), 75);
     Bytes png = samples::encodePNG(drawFlat(96, 64, {10, 200, 90}));
+    Bytes scans = withScans(samples::encodeJPEG(drawFlat(64, 48, {10, 200, 90}), 75, true), 100);
     struct Case {
         const char* what;
         const Bytes& bytes;
@@ -96,6 +116,8 @@ TEST(Renderer, DecodedSizeCoversTheTargetAtTheSmallestJPEGScale) {
         {"larger than the picture: full size", big, kJPEG, 4096, 3072, 2048, 1536},
         {"sizes round up", odd, kJPEG, 200, 140, 250, 175},
         {"PNG is always full size", png, kPNG, 10, 10, 96, 64},
+        {"progressive, 100 scans", scans, kJPEG, 0, 0, 64, 48},
+        {"without its end marker", Bytes(scans.begin(), scans.end() - 2), kJPEG, 0, 0, 64, 48},
     };
     for (const Case& c : cases) {
         Decoded d = decode(c.bytes, c.kind, c.targetWidth, c.targetHeight);
@@ -167,6 +189,11 @@ TEST(Renderer, PictureKeepsItsOrientation) {
                     << (kind == kJPEG ? "JPEG" : "PNG") << " quadrant " << q << " channel " << c;
         }
     }
+    // The rows of every interlacing pass land where they belong, 16-bit ones too.
+    Picture land = samples::drawLandscape(61, 37, false);
+    EXPECT_EQ(
+        decode(samples::encodePNG(land, PNGLayout{PNGLayout::kRGB, 16, true}), kPNG).image.pixels,
+        decode(samples::encodePNG(land), kPNG).image.pixels);
 }
 
 TEST(Renderer, ShrinkingAveragesWithoutAliasing) {
@@ -213,12 +240,14 @@ TEST(Renderer, StretchingGivesTheExactSizeAndKeepsFlatColour) {
 TEST(Renderer, HostileImagesFailCleanly) {
     Bytes jpeg = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85);
     Bytes png = samples::encodePNG(samples::drawLandscape(40, 30, true));
+    Bytes progressive = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85, true);
     struct Case {
         const char* what;
         Bytes bytes;
         int kind;
         int target;         // the thumbnail's size, or 0 for the full picture
         bool refusedBySize; // must fail before any pixel is allocated
+        const char* says = "";
     } cases[] = {
         {"PNG of 100000 x 100000", withSize(png, 100000, 100000), kPNG, 256, true},
         {"PNG of 6000 x 6000", withSize(png, 6000, 6000), kPNG, 256, true},
@@ -230,19 +259,25 @@ TEST(Renderer, HostileImagesFailCleanly) {
         {"PNG read as JPEG", png, kJPEG, 256, false},
         {"JPEG read as PNG", jpeg, kPNG, 256, false},
         {"nothing", {}, kJPEG, 256, true},
+        {"progressive JPEG of 8000 x 8000, even at 1/8", withSize(progressive, 8000, 8000), kJPEG,
+         256, true, "too large for the memory budget"},
+        {"JPEG of 101 scans", withScans(progressive, 101), kJPEG, 256, true, "more than 100 scans"},
     };
     for (const Case& c : cases) {
         Decoded d = decode(c.bytes, c.kind, c.target, c.target);
         EXPECT_FALSE(d.ok) << c.what;
         EXPECT_FALSE(d.error.empty()) << c.what << ": no reason given";
+        EXPECT_NE(d.error.find(c.says), std::string::npos) << c.what << ": " << d.error;
         if (c.refusedBySize) {
             EXPECT_EQ(d.image.pixels.capacity(), 0u) << c.what << ": pixels allocated";
         }
     }
 
-    // Truncated anywhere: an error, never half a picture filled with grey.
-    for (size_t cut = 0; cut < jpeg.size(); cut += 3)
-        EXPECT_FALSE(decode(Bytes(jpeg.begin(), jpeg.begin() + cut), kJPEG, 64, 48).ok)
+    // Truncated anywhere: an error, never half a picture filled with grey. Only the end-of-image
+    // marker, the last two bytes, can go without loss.
+    for (size_t cut = 0; cut < jpeg.size(); cut += cut + 3 < jpeg.size() ? 3 : 1)
+        EXPECT_EQ(decode(Bytes(jpeg.begin(), jpeg.begin() + cut), kJPEG, 64, 48).ok,
+                  cut + 2 >= jpeg.size())
             << "JPEG cut to " << cut << " of " << jpeg.size() << " bytes";
     for (size_t cut = 0; cut < png.size() - 12; cut += 3) // up to the final IEND chunk
         EXPECT_FALSE(decode(Bytes(png.begin(), png.begin() + cut), kPNG).ok)
@@ -260,5 +295,29 @@ TEST(Renderer, HostileImagesFailCleanly) {
         Bytes corrupt = png;
         corrupt[at] ^= 0x10;
         EXPECT_FALSE(decode(corrupt, kPNG).ok) << "flipped bit at " << at;
+    }
+}
+
+// Each long loop gives up once the thread's deadline has passed (the cache's tests see that one
+// not yet passed holds nothing up).
+TEST(Renderer, WorkStopsOnceItsDeadlineHasPassed) {
+    const Picture picture = samples::drawLandscape(300, 200, true);
+    const GSRasterImage decoded = decode(samples::encodePNG(picture), kPNG).image;
+    GSRasterImage scaled;
+    struct Case {
+        const char* what;
+        std::function<bool()> work;
+    } cases[] = {
+        {"JPEG", [&] { return decode(samples::encodeJPEG(picture, 85), kJPEG, 150, 100).ok; }},
+        {"progressive JPEG",
+         [&] { return decode(samples::encodeJPEG(picture, 85, true), kJPEG, 150, 100).ok; }},
+        {"PNG", [&] { return decode(samples::encodePNG(picture), kPNG).ok; }},
+        {"scaling", [&] { return GSScaleImage(decoded, 100, 67, &scaled); }},
+    };
+    for (const Case& c : cases) {
+        EXPECT_TRUE(c.work()) << c.what << " without a deadline";
+        GSWorkDeadline spent(0);
+        EXPECT_FALSE(c.work()) << c.what << " after its deadline";
+        EXPECT_TRUE(GSWorkTimedOut()) << c.what;
     }
 }

@@ -52,7 +52,7 @@ namespace {
 
 // Compresses rows of `components` samples in `space`; fillRow(y, row) makes row y.
 std::vector<unsigned char> compressJPEG(int width, int height, int components, J_COLOR_SPACE space,
-                                        int quality, bool adobeMarker,
+                                        int quality, bool adobeMarker, bool progressive,
                                         const std::function<void(int, unsigned char*)>& fillRow) {
     jpeg_compress_struct cinfo;
     jpeg_error_mgr jerr;
@@ -68,6 +68,7 @@ std::vector<unsigned char> compressJPEG(int width, int height, int components, J
     jpeg_set_defaults(&cinfo);
     jpeg_set_quality(&cinfo, quality, TRUE);
     cinfo.write_Adobe_marker = adobeMarker ? TRUE : FALSE;
+    if (progressive) jpeg_simple_progression(&cinfo);
     jpeg_start_compress(&cinfo, TRUE);
     std::vector<unsigned char> row(static_cast<size_t>(width) * components);
     while (cinfo.next_scanline < cinfo.image_height) {
@@ -88,10 +89,10 @@ const unsigned char* pixelAt(const Picture& picture, int x, int y) {
 
 } // namespace
 
-std::vector<unsigned char> encodeJPEG(const Picture& picture, int quality) {
+std::vector<unsigned char> encodeJPEG(const Picture& picture, int quality, bool progressive) {
     bool grey = picture.channels == 1;
     return compressJPEG(picture.width, picture.height, grey ? 1 : 3, grey ? JCS_GRAYSCALE : JCS_RGB,
-                        quality, false, [&](int y, unsigned char* row) {
+                        quality, false, progressive, [&](int y, unsigned char* row) {
                             for (int x = 0; x < picture.width; ++x)
                                 for (int c = 0; c < (grey ? 1 : 3); ++c)
                                     *row++ = pixelAt(picture, x, y)[c];
@@ -100,7 +101,7 @@ std::vector<unsigned char> encodeJPEG(const Picture& picture, int quality) {
 
 std::vector<unsigned char> encodeCMYKJPEG(const Picture& picture, int quality, bool adobeInverted) {
     if (picture.channels < 3) throw std::runtime_error("CMYK needs an RGB picture");
-    return compressJPEG(picture.width, picture.height, 4, JCS_CMYK, quality, adobeInverted,
+    return compressJPEG(picture.width, picture.height, 4, JCS_CMYK, quality, adobeInverted, false,
                         [&](int y, unsigned char* row) {
                             for (int x = 0; x < picture.width; ++x, row += 4) {
                                 // Inverted samples: colour = inverted C * inverted K / 255.

@@ -21,8 +21,10 @@ Picture drawLandscape(int width, int height, bool withAlpha);
 // Every pixel the same: `sample` gives the channels (1 to 4 values).
 Picture drawFlat(int width, int height, const std::vector<unsigned char>& sample);
 
-// A 1-channel picture becomes a greyscale JPEG, any other an RGB one (alpha is dropped).
-std::vector<unsigned char> encodeJPEG(const Picture& picture, int quality);
+// A 1-channel picture becomes a greyscale JPEG, any other an RGB one (alpha is dropped);
+// progressive: in libjpeg's standard scans (6 for grey, 10 for colour).
+std::vector<unsigned char> encodeJPEG(const Picture& picture, int quality,
+                                      bool progressive = false);
 // The picture's RGB as CMYK. adobeInverted: the samples stored inverted (255 is no ink) under an
 // Adobe marker, as Adobe's writers do; otherwise plain ink amounts without the marker.
 std::vector<unsigned char> encodeCMYKJPEG(const Picture& picture, int quality, bool adobeInverted);
