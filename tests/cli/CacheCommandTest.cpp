@@ -15,6 +15,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <thread>
+#include <tuple>
 #include <unistd.h>
 
 using namespace testing_support;
@@ -253,4 +254,34 @@ TEST_F(CacheCommand, InterruptedRunsLeaveOnlyWholeEntriesAndWorkersAgree) {
                     got.pixels == expected[i % kShapes].pixels)
             << "document " << i << " differs from its single-threaded thumbnail";
     }
+}
+
+// Each file has a budget of processor time (0.2 s here, through the test hooks). Work that
+// outlasts it fails alone and the run goes on; work that checks no deadline is given up at twice
+// the budget and ends the run. Either way the file is recorded as failed and the summary printed.
+TEST_F(CacheCommand, AFileThatTakesTooLongIsRecordedAsFailed) {
+#if !defined(ET_TEST_HOOKS)
+    GTEST_SKIP() << "ember-tide was built without test hooks (a release build)";
+#endif
+    for (const char* name : {"a.etd", "slow.etd", "z.etd"})
+        writeDocument(path(std::string("tree/") + name), jpeg);
+    ::setenv("EMBER_TIDE_TEST_CPU_SECONDS", "0.2", 1);
+    for (auto [hook, says, summary] :
+         {std::tuple{"EMBER_TIDE_TEST_SLOW_ON", "given up\n", "2 written, 0 up to date, 1 failed"},
+          std::tuple{"EMBER_TIDE_TEST_SPIN_ON", "given up, and the run stops here\n",
+                     " 1 failed"}}) {
+        fs::remove_all(path("cache"));
+        ::setenv(hook, "slow.etd", 1);
+        // Should the backstop fail, a process-wide limit ends the run instead of the test.
+        ToolRun r = runToolAfter("ulimit -t 60", {"cache", "--json", "--jobs", "1", path("tree")});
+        ::unsetenv(hook);
+        EXPECT_EQ(r.status, 1) << hook << ": signal " << r.signal << ": " << r.err;
+        const std::string slow = path("tree/slow.etd");
+        EXPECT_NE(r.err.find(slow + ": more than 0.2 s of processor time; " + says),
+                  std::string::npos)
+            << hook << ": " << r.err;
+        EXPECT_NE(counts(r).find(summary), std::string::npos) << hook << ": " << r.out;
+        EXPECT_EQ(namesIn(ourFailures()), std::set<std::string>{entryFor(slow)});
+    }
+    ::unsetenv("EMBER_TIDE_TEST_CPU_SECONDS");
 }

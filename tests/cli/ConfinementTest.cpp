@@ -1,5 +1,6 @@
-// ConfinementTest.cpp - `thumbnail` and `cache` confine themselves, and a file that makes them
-// spin is given up, seen from outside by running the built tool.
+// ConfinementTest.cpp - `thumbnail` and `cache` confine themselves, and a thumbnail that spins is
+// given up, seen from outside by running the built tool (the cache's own time budget is tested
+// in CacheCommandTest).
 //
 // The tool's test hooks (compiled into debug builds only) do the looking: with
 // EMBER_TIDE_TEST_PROBE=FILE the confined process tries to read FILE, to write it, to create a
@@ -234,34 +235,4 @@ TEST_F(Confinement, AThumbnailThatSpinsIsGivenUp) {
                          ": more than 1 s of processor time; given up\n");
     EXPECT_EQ(readFile(path("out/s.png")), Bytes{}) << "emptied before FILE was read";
     EXPECT_LT(elapsed, 30) << "given up on processor time, not on the wall clock";
-}
-
-// In the cache the budget is per file: the run stops at the file that spins and records it as
-// failed, so that the next run goes past it.
-TEST_F(Confinement, ACacheFileThatSpinsIsGivenUpAndRecorded) {
-    writeDocument(path("tree/a.etd"), jpeg);
-    writeDocument(path("tree/spin.etd"), jpeg);
-    writeDocument(path("tree/z.etd"), jpeg);
-    ScopedVariable cacheHome("XDG_CACHE_HOME", path("cache"));
-    ScopedVariable seconds("EMBER_TIDE_TEST_CPU_SECONDS", "1");
-    ScopedVariable spin("EMBER_TIDE_TEST_SPIN_ON", "spin.etd");
-    // Should the watchdog fail, the process-wide limit ends the test instead of hanging it.
-    const std::vector<std::string> args = {"cache", "--json", "--jobs", "2", path("tree")};
-    ToolRun first = runInShell("ulimit -t 60", args);
-    EXPECT_EQ(first.status, 1) << "signal " << first.signal << ": " << first.err;
-    EXPECT_NE(first.err.find(path("tree/spin.etd") + ": more than 1 s of processor time; given "
-                                                     "up, and the run stops here"),
-              std::string::npos)
-        << first.err;
-    const std::string entry = GSCacheEntryName(GSFileURI(path("tree/spin.etd")));
-    EXPECT_TRUE(fs::exists(path("cache/thumbnails/fail/ember-tide-" ET_VERSION "/") + entry));
-
-    ::unsetenv("EMBER_TIDE_TEST_SPIN_ON");
-    ToolRun second = runInShell("ulimit -t 60", args);
-    EXPECT_EQ(second.status, 1) << second.err;
-    EXPECT_NE(second.err.find("a failure recorded earlier"), std::string::npos) << second.err;
-    EXPECT_EQ(second.out.rfind("{\"written\": ", 0), 0u) << second.out;
-    for (const char* file : {"tree/a.etd", "tree/z.etd"})
-        expectPNG(path("cache/thumbnails/large/") + GSCacheEntryName(GSFileURI(path(file))), 256,
-                  192);
 }

@@ -43,12 +43,18 @@ ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err)
     return run;
 }
 
-ToolRun runTool(const std::vector<std::string>& args) {
+ToolRun runToolAfter(const std::string& setup, const std::vector<std::string>& args) {
     TempFolder folder;
     std::vector<std::string> argv = {ET_TOOL_PATH};
+    if (!setup.empty())
+        argv.insert(argv.begin(), {"/bin/sh", "-c", setup + " && exec \"$0\" \"$@\""});
     argv.insert(argv.end(), args.begin(), args.end());
     return finishProcess(startProcess(argv, folder.path("out"), folder.path("err")),
                          folder.path("out"), folder.path("err"));
+}
+
+ToolRun runTool(const std::vector<std::string>& args) {
+    return runToolAfter("", args);
 }
 
 void writeDocument(const std::string& path, const Bytes& picture, int kind, int width, int height) {

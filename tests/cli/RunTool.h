@@ -16,6 +16,8 @@ struct ToolRun {
 };
 
 ToolRun runTool(const std::vector<std::string>& args);
+// The same through /bin/sh, which runs `setup` (a ulimit, a cd) first.
+ToolRun runToolAfter(const std::string& setup, const std::vector<std::string>& args);
 
 // Starts argv (argv[0] looked up in PATH) with stdout and stderr sent to files; -1 on failure.
 pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,

@@ -9,6 +9,7 @@
 #include "CacheWalk.h"
 #include "Confinement.h"
 #include "GSThumbnailCache.h"
+#include "GSWorkDeadline.h"
 #include "Tool.h"
 #include "Watchdog.h"
 
@@ -220,18 +221,30 @@ int runCache(int argc, char** argv) {
     int running = 0;
     int jobs = options.jobs > 0 ? options.jobs : coreCount();
     jobs = static_cast<int>(std::max(1L, std::min<long>(jobs, total)));
-    // A file that takes too long ends the run; its failure entry lets the next run go past it.
-    CacheWatchdog watchdog(jobs, [&](const std::string& path, int seconds) {
-        filler.report(path, "more than " + std::to_string(seconds) +
+    // A file whose work outlasts its budget fails alone (the decoders and the scaler check the
+    // deadline). One whose work does not stop even at the backstop holds its worker for good:
+    // it is recorded as failed so that the next run goes past it, and this run ends with its
+    // summary without waiting for that worker.
+    std::atomic<int> lostWorkers{0};
+    std::vector<bool> lost(static_cast<size_t>(jobs)); // guarded by poolMutex
+    CacheWatchdog watchdog(jobs, [&](int worker, const std::string& path) {
+        filler.report(path, "more than " + fileCPUSecondsText() +
                                 " s of processor time; given up, and the run stops here");
         filler.recordFailure(path);
-        std::fflush(stdout);
-        std::_Exit(kNoPreview);
+        ++counts.failed;
+        ++counts.done;
+        ++lostWorkers;
+        std::lock_guard<std::mutex> lock(poolMutex);
+        lost[static_cast<size_t>(worker)] = true;
+        --running;
+        poolDone.notify_all();
     });
     auto process = [&](int worker, const std::string& path) {
         watchdog.begin(worker, path);
         CacheOutcome outcome = CacheOutcome::kFailed;
         try {
+            GSWorkDeadline deadline(watchdog.fileBudget());
+            workSlowlyIfAsked(path);
             outcome = filler.process(path);
         } catch (const std::bad_alloc&) {
             // The workers share the address-space limit that the watchdog set.
@@ -243,8 +256,13 @@ int runCache(int argc, char** argv) {
     auto work = [&](int worker) {
         for (;;) {
             long i = next.fetch_add(1);
-            if (i >= total || stopping()) break;
-            switch (process(worker, files[static_cast<size_t>(i)])) {
+            if (i >= total || stopping() || lostWorkers > 0) break;
+            const CacheOutcome outcome = process(worker, files[static_cast<size_t>(i)]);
+            if (lostWorkers > 0) {
+                std::lock_guard<std::mutex> lock(poolMutex);
+                if (lost[static_cast<size_t>(worker)]) break; // back too late: counted already
+            }
+            switch (outcome) {
             case CacheOutcome::kWritten:
                 ++counts.written;
                 break;
@@ -263,7 +281,7 @@ int runCache(int argc, char** argv) {
             ++counts.done;
         }
         std::lock_guard<std::mutex> lock(poolMutex);
-        --running;
+        if (!lost[static_cast<size_t>(worker)]) --running; // else counted out already
         poolDone.notify_all();
     };
 
@@ -280,8 +298,9 @@ int runCache(int argc, char** argv) {
             drawProgress(counts.done, total, elapsed(), false);
         }
     }
-    for (std::thread& t : pool)
-        t.join();
+    if (lostWorkers == 0)
+        for (std::thread& t : pool)
+            t.join();
     const double seconds = elapsed();
 
     const int signal = stopSignalNumber();
@@ -297,6 +316,7 @@ int runCache(int argc, char** argv) {
                     counts.written.load(), counts.upToDate.load(), counts.failed.load(),
                     counts.notOurs.load(), seconds);
     std::fflush(stdout);
+    if (lostWorkers > 0) std::_Exit(kNoPreview); // a lost worker can be neither joined nor left
     if (signal) {
         std::fprintf(stderr, "ember-tide: cache: stopped after %ld of %ld files\n",
                      counts.done.load(), total);

@@ -3,7 +3,9 @@
 
 #include "CacheStop.h"
 #include "GSThumbnailRenderer.h"
+#include "GSWorkDeadline.h"
 #include "Tool.h"
+#include "Watchdog.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -108,7 +110,11 @@ CacheOutcome CacheFiller::process(const std::string& path) {
     case GSThumbnailStatus::kUndecodable:
         break;
     }
-    report(path, result.message);
+    // Out of time is recorded as a failure too: the file would take as long on the next run.
+    if (GSWorkTimedOut())
+        report(path, "more than " + fileCPUSecondsText() + " s of processor time; given up");
+    else
+        report(path, result.message);
     recordFailure(path, uri, name, mtime);
     return CacheOutcome::kFailed;
 }

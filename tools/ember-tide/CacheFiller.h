@@ -2,8 +2,9 @@
 //
 // Each file is opened once to read its identifier; only documents go further. An entry whose
 // Thumb::URI and Thumb::MTime match the file is up to date (unless forced). A document without a
-// usable preview gets a failure entry in our own failure folder and in GNOME's, the only one
-// GNOME reads, so that desktops stop retrying it until it changes. A worker that sees the stop
+// usable preview, or whose decoding outlasts the worker's deadline (GSWorkDeadline), gets a
+// failure entry in our own failure folder and in GNOME's, the only one GNOME reads, so that
+// desktops stop retrying it until it changes. A worker that sees the stop
 // flag after rendering drops the thumbnail; one that is writing finishes the write and the
 // rename, so the cache never holds half an entry. Used by several worker threads at once.
 #pragma once

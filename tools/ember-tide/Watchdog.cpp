@@ -2,9 +2,11 @@
 #include "Watchdog.h"
 
 #include "Confinement.h"
+#include "GSWorkDeadline.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -28,27 +30,19 @@ void lowerLimit(int resource, rlim_t soft, rlim_t hard) {
     ::setrlimit(resource, &limit);
 }
 
-// The processor-time budget: kThumbnailCPUSeconds, or in builds with test hooks what
-// EMBER_TIDE_TEST_CPU_SECONDS says, so that a test need not wait for the real one.
-int cpuSeconds() {
-#if defined(ET_TEST_HOOKS)
-    if (const char* text = std::getenv("EMBER_TIDE_TEST_CPU_SECONDS")) {
-        int seconds = std::atoi(text);
-        if (seconds > 0) return seconds;
-    }
-#endif
-    return kThumbnailCPUSeconds;
+// Test hooks: whether the environment variable `variable` names the file at `path`.
+[[maybe_unused]] bool namedBy(const char* variable, const std::string& path) {
+    const char* name = std::getenv(variable);
+    if (!name || !*name) return false;
+    const size_t slash = path.rfind('/');
+    return path.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, name) == 0;
 }
 
 // Test hook: a file named as EMBER_TIDE_TEST_SPIN_ON says takes processor time for ever, as a
-// parser caught in a loop would.
+// parser caught in a loop that checks no deadline would.
 void spinIfAsked([[maybe_unused]] const std::string& path) {
 #if defined(ET_TEST_HOOKS)
-    const char* name = std::getenv("EMBER_TIDE_TEST_SPIN_ON");
-    if (!name || !*name) return;
-    const size_t slash = path.rfind('/');
-    if (path.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, name) != 0)
-        return;
+    if (!namedBy("EMBER_TIDE_TEST_SPIN_ON", path)) return;
     volatile unsigned long turns = 0;
     for (;;)
         turns = turns + 1;
@@ -73,9 +67,34 @@ double seconds(clockid_t clock) {
 
 } // namespace
 
+double fileCPUSeconds() {
+#if defined(ET_TEST_HOOKS)
+    if (const char* text = std::getenv("EMBER_TIDE_TEST_CPU_SECONDS")) {
+        double seconds = std::strtod(text, nullptr);
+        if (seconds > 0 && seconds <= kThumbnailCPUSeconds) return seconds;
+    }
+#endif
+    return kThumbnailCPUSeconds;
+}
+
+std::string fileCPUSecondsText() {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", fileCPUSeconds());
+    return text;
+}
+
+void workSlowlyIfAsked([[maybe_unused]] const std::string& path) {
+#if defined(ET_TEST_HOOKS)
+    if (!namedBy("EMBER_TIDE_TEST_SLOW_ON", path)) return;
+    while (!GSWorkTimeUp(kGSWorkUnitsPerCheck)) {
+    }
+#endif
+}
+
 void limitThumbnailProcess(const std::string& file) {
-    const int budget = cpuSeconds();
-    lowerLimit(RLIMIT_CPU, static_cast<rlim_t>(budget), static_cast<rlim_t>(budget) + 2);
+    // RLIMIT_CPU counts whole seconds.
+    const auto budget = static_cast<rlim_t>(std::ceil(fileCPUSeconds()));
+    lowerLimit(RLIMIT_CPU, budget, budget + 2);
     // The message names the limit in force, which the caller may have set lower.
     struct rlimit cpu {};
     ::getrlimit(RLIMIT_CPU, &cpu);
@@ -95,7 +114,7 @@ void limitThumbnailProcess(const std::string& file) {
 }
 
 CacheWatchdog::CacheWatchdog(int jobs, OverrunHandler onOverrun)
-    : budget(cpuSeconds()), onOverrun(std::move(onOverrun)),
+    : budget(fileCPUSeconds()), onOverrun(std::move(onOverrun)),
       slots(static_cast<size_t>(std::max(jobs, 1))) {
     if (!kSanitizerBuild) {
         const rlim_t limit = static_cast<rlim_t>(kThumbnailAddressSpace) * (slots.size() + 1);
@@ -136,12 +155,15 @@ void CacheWatchdog::monitor() {
     while (!stopping) {
         // A tenth of a second overshoots the budget by little and costs nothing.
         wake.wait_for(lock, std::chrono::milliseconds(100));
-        for (const Slot& slot : slots) {
-            if (!slot.busy || seconds(slot.clock) - slot.started <= budget) continue;
+        for (size_t worker = 0; worker < slots.size(); ++worker) {
+            Slot& slot = slots[worker];
+            if (!slot.busy || seconds(slot.clock) - slot.started <= kBackstopFactor * budget)
+                continue;
+            slot.busy = false; // its worker is lost to the run: never to be named again
             std::string path = slot.path;
             lock.unlock();
-            onOverrun(path, budget);
-            std::_Exit(1); // onOverrun should not come back; the run cannot go on if it does
+            onOverrun(static_cast<int>(worker), path);
+            lock.lock();
         }
     }
 }

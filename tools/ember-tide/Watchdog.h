@@ -5,9 +5,12 @@
 // the bytes left, nesting is limited, pixels are budgeted); the watchdog is what holds when one
 // of them is wrong. `ember-tide thumbnail` is one process per file, so the kernel's limits do
 // the work: RLIMIT_CPU and RLIMIT_AS. `ember-tide cache` thumbnails many files in one process on
-// several threads, where a process-wide CPU limit would end a long run for no fault: there a
-// monitor thread reads each worker's own CPU clock and gives up the run when one file has taken
-// more than the same budget, and the address space is bounded per worker.
+// several threads, where a process-wide CPU limit would end a long run for no fault: there each
+// file gets the same budget as a deadline in its worker's own processor time (GSWorkDeadline),
+// which the decoders and the scaler check, so that a slow file fails alone and the run goes on.
+// A worker cannot be stopped from outside, so a monitor thread reads each worker's CPU clock as
+// the backstop for work that does not check: a file still running at twice the budget is given
+// up and ends the run. The address space is bounded per worker.
 //
 // Sanitizer builds get no address-space limit: their shadow memory reserves terabytes of it.
 #pragma once
@@ -39,14 +42,28 @@ inline constexpr long kThumbnailAddressSpace = 1L << 30;
 // set lower are kept.
 void limitThumbnailProcess(const std::string& file);
 
+// The processor-time budget of one file: kThumbnailCPUSeconds, or in builds with test hooks what
+// EMBER_TIDE_TEST_CPU_SECONDS says (fractions too), so that a test need not wait for the real
+// one.
+double fileCPUSeconds();
+// The same as messages give it: "15", "0.25".
+std::string fileCPUSecondsText();
+
+// The backstop of `cache` gives a file's work this many times its budget to stop by itself.
+inline constexpr int kBackstopFactor = 2;
+
+// Builds with test hooks: a file named as EMBER_TIDE_TEST_SLOW_ON says works until the
+// thread's deadline passes, checking it as a decoder does (then its decoding fails at once).
+void workSlowlyIfAsked(const std::string& path);
+
 // `ember-tide cache`: created before the workers start, destroyed after they have ended.
 class CacheWatchdog {
 public:
     // Sets RLIMIT_AS to (jobs + 1) x kThumbnailAddressSpace (unless lower already) and starts
-    // the monitor. `onOverrun` runs on the monitor's thread with the path of a file that took
-    // more than `seconds` (kThumbnailCPUSeconds) of its worker's time; it must end the process,
-    // since the worker cannot be stopped.
-    using OverrunHandler = std::function<void(const std::string& path, int seconds)>;
+    // the monitor. `onOverrun` runs on the monitor's thread, once, with the worker and the path
+    // of a file that has taken more than kBackstopFactor x fileCPUSeconds() of its worker's
+    // time. That worker may never be free again: the run ends without waiting for it.
+    using OverrunHandler = std::function<void(int worker, const std::string& path)>;
     CacheWatchdog(int jobs, OverrunHandler onOverrun);
     ~CacheWatchdog();
     CacheWatchdog(const CacheWatchdog&) = delete;
@@ -55,6 +72,8 @@ public:
     // Called by worker `worker` (0 to jobs - 1) on its own thread around each file.
     void begin(int worker, const std::string& path);
     void end(int worker);
+
+    double fileBudget() const { return budget; }
 
 private:
     struct Slot {
@@ -66,7 +85,7 @@ private:
 
     void monitor();
 
-    const int budget;
+    const double budget;
     const OverrunHandler onOverrun;
     std::mutex mutex;
     std::condition_variable wake;
