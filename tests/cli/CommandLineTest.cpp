@@ -111,7 +111,21 @@ TEST_F(CommandLine, ExtractAndCreateWriteAllOrNothing) {
     EXPECT_EQ(runTool({"extract", path("sel.etd"), path("out.jpg")}).status, 1) << "no preview";
     EXPECT_EQ(runTool({"extract", path("pic.png"), path("out.jpg")}).status, 1) << "no document";
     EXPECT_EQ(runTool({"create", path("text.txt"), path("new.etd")}).status, 1) << "no picture";
+    writeFile(path("huge.jpg"), jpeg); // a JPEG, then more than any preview may hold (sparse)
+    std::filesystem::resize_file(path("huge.jpg"), 700 << 20);
+    EXPECT_EQ(runTool({"create", path("huge.jpg"), path("new.etd")}).status, 1) << "too large";
+    std::filesystem::remove(path("huge.jpg"));
     EXPECT_EQ(strays(inputs), "") << "written although there was nothing to write";
+
+    // Under a file-size limit a write fails as any other (2), and takes its temporary file along.
+    for (auto command : {std::vector<std::string>{"create", path("pic.jpg"), path("new.etd")},
+                         {"convert", path("doc.etd"), path("new.etd")},
+                         {"extract", path("doc.etd"), path("new.jpg")}}) {
+        ToolRun r = runToolAfter("ulimit -f 1", command);
+        EXPECT_EQ(r.status, 2) << command[0] << ": signal " << r.signal << ": " << r.err;
+        EXPECT_NE(r.err.find("File too large"), std::string::npos) << command[0] << ": " << r.err;
+        EXPECT_EQ(strays(inputs), "") << command[0];
+    }
 
     ToolRun toStdout = runTool({"extract", path("doc.etd"), "-"});
     EXPECT_EQ(toStdout.status, 0);
@@ -189,12 +203,14 @@ TEST_F(CommandLine, MessagesShowControlCharactersInFileNamesEscaped) {
 TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
     ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
     // Cases between bars, the first none at all. Capitals stand for files: DOC a document, JPG a
-    // picture, OUT an output, MISSING none, DIR a folder, NOWHERE a path into no folder.
+    // picture, OUT an output, MISSING none, DIR a folder, NOWHERE a path into no folder, FIFO a
+    // named pipe.
     std::string cases =
         "|frobnicate|info DIR"
         "|extract DOC|extract --bogus DOC OUT|extract MISSING OUT|extract DOC NOWHERE"
         "|create --version 4.0 JPG OUT|create --version banana JPG OUT"
         "|create --store nowhere JPG OUT|create MISSING OUT|create JPG DIR|create JPG NOWHERE"
+        "|create DIR OUT|create FIFO OUT|create /dev/zero OUT"
         "|create --backup JPG -"
         "|convert|convert DOC|convert DOC OUT OUT|convert --bogus DOC OUT|convert --version DOC"
         "|convert --version 4.0 DOC OUT|convert --version 0.9 DOC OUT|convert --form short DOC OUT"
@@ -211,10 +227,11 @@ TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
         cases += "|thumbnail LOCKED OUT";
     }
     const std::map<std::string, std::string> files = {
-        {"DOC", path("doc.etd")},      {"JPG", path("pic.jpg")},
-        {"OUT", path("out.png")},      {"MISSING", path("missing.etd")},
-        {"DIR", folder.root()},        {"NOWHERE", path("no/such/folder/out.png")},
-        {"LOCKED", path("locked.etd")}};
+        {"DOC", path("doc.etd")},       {"JPG", path("pic.jpg")},
+        {"OUT", path("out.png")},       {"MISSING", path("missing.etd")},
+        {"DIR", folder.root()},         {"NOWHERE", path("no/such/folder/out.png")},
+        {"LOCKED", path("locked.etd")}, {"FIFO", path("fifo")}};
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0); // no writer: opening it would wait
     std::istringstream list(cases);
     for (std::string line; std::getline(list, line, '|');) {
         std::vector<std::string> args;
@@ -224,7 +241,7 @@ TEST_F(CommandLine, UsageAndInputErrorsGiveStatus2AndWriteNothing) {
         ToolRun r = runTool(args);
         EXPECT_EQ(r.status, 2) << line << ": " << r.err;
         EXPECT_NE(r.err, "") << line << ": no message";
-        EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "locked.etd"}), "") << line;
+        EXPECT_EQ(strays({"pic.jpg", "pic.png", "doc.etd", "locked.etd", "fifo"}), "") << line;
     }
 }
 

@@ -4,14 +4,16 @@
 #include "GSGetThumbnail.h"
 #include "GSImageHeader.h"
 #include "GSMemPicData.h"
+#include "GSRasterImage.h"
 #include "Tool.h"
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 #include <vector>
 
 namespace tool {
@@ -39,18 +41,53 @@ const char* kCreateHelp =
     "Example: ember-tide create --version 2.0 --store record photo.jpg photo.etd\n"
     "         ember-tide create --backup photo.jpg photo.etd   (the old one: photo~.etd)\n";
 
-bool readWholeFile(const std::string& path, std::vector<unsigned char>* bytes, std::string* error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        *error = std::strerror(errno);
-        return false;
+// The most bytes an IMAGE may have: what real encoders write for the largest picture a preview
+// may declare (kMaxDeclaredPixels). Noise saved as a CMYK JPEG at quality 100 takes 6.3 bytes a
+// pixel, the most of any encoder setting (an RGB one 4.1); the largest PNG that a thumbnail can
+// decode (kMaxDecodedPixels of 16-bit RGBA) is under 202 MB. A larger file holds no preview that
+// anyone could see: it is refused before it is read, as a FIFO or a device that might never end
+// (or never start) is.
+constexpr long kMaxImageBytes = kMaxDeclaredPixels / 2 * 13; // 650 MB
+
+std::string errorText(int error) {
+    return std::generic_category().message(error);
+}
+
+struct OpenFile {
+    int fd;
+    ~OpenFile() {
+        if (fd >= 0) ::close(fd);
     }
-    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    if (in.bad()) {
-        *error = "read error";
-        return false;
+};
+
+// Reads IMAGE into `bytes`; kOK, or the exit status once the reason was reported.
+int readImage(const std::string& path, GSDynaArray<unsigned char>* bytes) {
+    auto refuse = [&](int status, const std::string& why) {
+        message(path, why);
+        return status;
+    };
+    // Non-blocking, so that opening a FIFO without a writer does not wait for one.
+    OpenFile file{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)};
+    struct stat st;
+    if (file.fd < 0 || ::fstat(file.fd, &st) != 0)
+        return refuse(kIOError, "cannot read: " + errorText(errno));
+    if (S_ISDIR(st.st_mode)) return refuse(kIOError, "cannot read: is a folder");
+    if (!S_ISREG(st.st_mode)) return refuse(kIOError, "cannot read: not a regular file");
+    if (st.st_size > kMaxImageBytes)
+        return refuse(kNoPreview, "larger than any JPEG or PNG a preview may hold (" +
+                                      std::to_string(kMaxImageBytes / 1000000) + " MB)");
+    if (bytes->setSize(static_cast<long>(st.st_size))) return refuse(kIOError, "out of memory");
+    long done = 0;
+    while (done < bytes->getSize()) { // a file that grows meanwhile gives what it had
+        const ssize_t n = ::read(file.fd, bytes->getMutableData() + done,
+                                 static_cast<size_t>(bytes->getSize() - done));
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return refuse(kIOError, "cannot read: " + errorText(errno));
+        if (n == 0) break; // one that shrinks, what it has
+        done += n;
     }
-    return true;
+    bytes->setSize(done);
+    return kOK;
 }
 
 } // namespace
@@ -110,34 +147,23 @@ int runCreate(int argc, char** argv) {
         return kUsage;
     }
 
-    std::vector<unsigned char> image;
-    std::string error;
-    if (!readWholeFile(files[0], &image, &error)) {
-        message(files[0], "cannot read: " + error);
-        return kIOError;
-    }
-    GSImageHeader header = GSReadImageHeader(image.data(), static_cast<long>(image.size()));
+    EmberTidePreview preview;
+    if (int status = readImage(files[0], &preview.bytes); status != kOK) return status;
+    GSImageHeader header = GSReadImageHeader(preview.bytes.getData(), preview.bytes.getSize());
     if (header.format == GSImageFormat::kUnknown || !header.sizeKnown) {
         message(files[0], "not a JPEG or PNG image");
         return kNoPreview;
     }
-    if (image.size() > static_cast<size_t>(INT_MAX) || header.width > INT_MAX ||
-        header.height > INT_MAX) {
+    if (header.width > INT_MAX || header.height > INT_MAX) {
         message(files[0], "image too large for a document preview");
         return kNoPreview;
     }
-    EmberTidePreview preview;
     preview.kind = header.format == GSImageFormat::kPNG ? GSMemPicData::kPNG : GSMemPicData::kJPEG;
     preview.size = {static_cast<int>(header.width), static_cast<int>(header.height)};
-    if (preview.bytes.setSize(static_cast<long>(image.size()))) {
-        message(files[0], "out of memory");
-        return kIOError;
-    }
-    if (!image.empty()) std::memcpy(preview.bytes.getMutableData(), image.data(), image.size());
 
     // Nothing is opened at OUT before the image is known to be good: a refused IMAGE leaves an
     // existing OUT as it was.
-    error = saveDocument(files[1], backup, preview.bytes.getSize(), [&](GSFile* file) {
+    std::string error = saveDocument(files[1], backup, preview.bytes.getSize(), [&](GSFile* file) {
         return EmberTideWriteDocument(file, preview, options);
     });
     if (!error.empty()) {

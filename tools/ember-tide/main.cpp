@@ -1,6 +1,7 @@
 // main.cpp - ember-tide: thumbnails and facts from Ember Tide documents.
 #include "Tool.h"
 
+#include <csignal>
 #include <cstring>
 
 namespace {
@@ -33,6 +34,10 @@ const char* kHelp =
 } // namespace
 
 int main(int argc, char** argv) {
+    // Under a file-size limit (ulimit -f) the kernel would kill a save mid-write with SIGXFSZ,
+    // leaving its temporary file behind; ignored, the write fails with EFBIG instead, and the
+    // save cleans up and reports it as any other I/O error.
+    std::signal(SIGXFSZ, SIG_IGN);
     if (argc < 2) {
         std::fputs(kHelp, stderr);
         return tool::kUsage;
