@@ -180,6 +180,10 @@ TEST(FileSystem, FileStates) {
     EXPECT_EQ(stateOf(root + "/dangling").valid, 1) << "a dangling link is still an item";
     EXPECT_EQ(GSURLFillFileState(url(root + "/missing").get(), &state), 1);
     EXPECT_EQ(state.valid, 0);
+    // Never filled, the dates are the empty date of the date rules, GSDate(0): the moment the
+    // state was made, in local time; not GSDate::invalid.
+    EXPECT_EQ(describe(GSFileState().creationDate).substr(0, 13),
+              describe(GSDate(0)).substr(0, 13));
 
     // procfs keeps no birth time: the creation date is then the access date read before it.
     // Where there is one, it is the creation date: the file was born now, its other dates are old.
