@@ -74,16 +74,6 @@ std::map<std::string, std::string> probe(const ToolRun& run) {
     return values;
 }
 
-// Runs the tool through the shell: `setup` (ulimit, cd) first.
-ToolRun runInShell(const std::string& setup, const std::vector<std::string>& args) {
-    TempFolder folder;
-    std::vector<std::string> argv = {"/bin/sh", "-c", setup + " && exec \"$0\" \"$@\"",
-                                     ET_TOOL_PATH};
-    argv.insert(argv.end(), args.begin(), args.end());
-    return finishProcess(startProcess(argv, folder.path("out"), folder.path("err")),
-                         folder.path("out"), folder.path("err"));
-}
-
 class Confinement : public testing::Test {
 protected:
     void SetUp() override {
@@ -145,8 +135,8 @@ TEST_F(Confinement, ThumbnailIsDeniedEachEscape) {
     ASSERT_GE(terminal, 0);
     ASSERT_EQ(::unlockpt(terminal), 0);
     ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("out/placed.txt"));
-    ToolRun r = runInShell(std::string("exec <") + ::ptsname(terminal),
-                           {"thumbnail", path("in/doc.etd"), path("out/t.png")});
+    ToolRun r = runToolAfter(std::string("exec <") + ::ptsname(terminal),
+                             {"thumbnail", path("in/doc.etd"), path("out/t.png")});
     ::close(terminal);
     ASSERT_EQ(r.status, 0) << r.err;
     auto seen = probe(r);
@@ -166,7 +156,7 @@ TEST_F(Confinement, ThumbnailIsDeniedEachEscape) {
 TEST_F(Confinement, ThumbnailWithRelativePaths) {
     if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
     ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("elsewhere/secret.txt"));
-    ToolRun r = runInShell("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
+    ToolRun r = runToolAfter("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(probe(r)["open"], "EACCES") << r.err;
     expectPNG(path("in/r.png"), 256, 192);
@@ -214,7 +204,7 @@ TEST_F(Confinement, ThumbnailLimits) {
     EXPECT_EQ(limits["as"], kSanitizerBuild ? "none" : "1073741824") << own.err;
 
     // (The sanitizers' shadow memory needs more address space than any limit would leave.)
-    ToolRun lower = runInShell(
+    ToolRun lower = runToolAfter(
         kSanitizerBuild ? "ulimit -S -t 5" : "ulimit -S -t 5 && ulimit -S -v 524288", args);
     ASSERT_EQ(lower.status, 0) << lower.err;
     limits = probe(lower);
