@@ -103,7 +103,7 @@ TEST_F(CacheCommand, WalksTreesRecognisingDocumentsByContent) {
         EXPECT_EQ(*GSFindTextKey(keys, "Thumb::URI"), GSFileURI(path(d)));
         EXPECT_EQ(*GSFindTextKey(keys, "Thumb::MTime"), std::to_string(st.st_mtime));
         EXPECT_EQ(*GSFindTextKey(keys, "Thumb::Size"), std::to_string(st.st_size));
-        EXPECT_EQ(*GSFindTextKey(keys, "Thumb::Mime"), "application/x-ember-tide-document");
+        EXPECT_EQ(*GSFindTextKey(keys, "Thumb::Mimetype"), "application/x-ember-tide-document");
     }
     EXPECT_EQ(counts(cache({path("tree")})), "0 written, 5 up to date, 0 failed, 3 not ours");
 

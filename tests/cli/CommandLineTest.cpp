@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -97,9 +98,44 @@ TEST_F(CommandLine, InfoDescribesEveryKindOfFile) {
               std::string::npos)
         << v3.out;
 
+    // A class name is shown only as a short, printable identifier: the record's name replaced
+    // by a long one, by one with an escape sequence, or by bytes that are no UTF-8.
+    runTool({"create", "--version", "3.0", "--form", "long", "--store", "record", path("pic.jpg"),
+             path("long.etd")});
+    Bytes v3bytes = readFile(path("long.etd"));
+    const std::string known = "GSMemPicData";
+    const auto at = std::search(v3bytes.begin(), v3bytes.end(), known.begin(), known.end());
+    ASSERT_NE(at, v3bytes.end());
+    const size_t countAt = static_cast<size_t>(at - v3bytes.begin()) - 4; // big-endian, NUL too
+    for (const std::string& name : {std::string(1 << 20, 'N'), std::string("A\x1b]0;x\x07"),
+                                    std::string("\xff\xfe"), std::string(65, 'L')}) {
+        Bytes changed(v3bytes.begin(), v3bytes.begin() + static_cast<long>(countAt));
+        for (int shift = 24; shift >= 0; shift -= 8)
+            changed.push_back(static_cast<unsigned char>((name.size() + 1) >> shift));
+        changed.insert(changed.end(), name.begin(), name.end());
+        changed.insert(changed.end(), at + static_cast<long>(known.size()), v3bytes.end());
+        // The table lies behind the body, as far as 4 bytes at 24 say: moved by the difference.
+        uint32_t table = 0;
+        for (int i = 24; i < 28; ++i)
+            table = table << 8 | changed[static_cast<size_t>(i)];
+        table += static_cast<uint32_t>(name.size() - known.size());
+        for (int i = 27; i >= 24; --i, table >>= 8)
+            changed[static_cast<size_t>(i)] = static_cast<unsigned char>(table);
+        writeFile(path("named.etd"), changed);
+        ToolRun named = runTool({"info", "--json", "--", path("named.etd")});
+        EXPECT_LT(named.out.size(), 4096u);
+        EXPECT_EQ(named.out.find('\n'), named.out.size() - 1) << named.out.substr(0, 200);
+        EXPECT_NE(named.out.find("\"classes\": {\"<invalid>\": 1}}}"), std::string::npos)
+            << named.out.substr(0, 200);
+    }
+
+    // In text, a file name cannot start a line of its own.
     ToolRun text = runTool({"info", path("doc.etd")});
     EXPECT_EQ(text.status, 0);
     EXPECT_NE(text.out.find("document, version 2.0, preview jpeg"), std::string::npos) << text.out;
+    std::filesystem::copy_file(path("doc.etd"), path("two\nlines.etd"));
+    EXPECT_NE(runTool({"info", path("two\nlines.etd")}).out.find("two\\nlines.etd: document"),
+              std::string::npos);
 }
 
 TEST_F(CommandLine, ExtractAndCreateWriteAllOrNothing) {
@@ -191,6 +227,33 @@ TEST_F(CommandLine, CreateReplacesTheDocumentNotWhatLeadsToIt) {
     EXPECT_TRUE(std::filesystem::is_symlink(path("dangling.etd")));
     EXPECT_TRUE(std::filesystem::is_symlink(path("dangling.png")));
     EXPECT_EQ(readFile(path("made.png")), png);
+}
+
+TEST_F(CommandLine, OptionsFilesAndOutputFailuresAsOtherProgramsHaveThem) {
+    ASSERT_EQ(runTool({"create", path("pic.jpg"), path("-odd.etd")}).status, 0);
+    const std::string in = "cd '" + folder.root() + "'", full = "exec >/dev/full";
+    struct Row {
+        std::string setup;
+        std::vector<std::string> args;
+        int status;
+        std::string said; // in stderr
+    } rows[] = {
+        {in, {"thumbnail", "-s128", "--", "-odd.etd", "a.png"}, 0, ""},
+        {in, {"thumbnail", "--si=64", "file://" + path("%2Dodd.etd"), "-s", "32", "b.png"}, 0, ""},
+        {in, {"info", "--json", "file://localhost" + path("-odd.etd")}, 0, ""},
+        {in, {"info", "https://example.org/x.etd"}, 2, "only file:// URIs"},
+        {in, {"extract", "-odd.etd", "c.jpg"}, 2, "unknown option -o"},
+        {full, {"info", path("-odd.etd")}, 2, "write error"},
+        {full, {"--help"}, 2, "write error"},
+        {full, {"cache", "--help"}, 2, "write error"},
+    };
+    for (const Row& row : rows) {
+        ToolRun r = runToolAfter(row.setup, row.args);
+        EXPECT_EQ(r.status, row.status) << row.args[1] << ": " << r.err;
+        EXPECT_NE(r.err.find(row.said), std::string::npos) << row.args[1] << ": " << r.err;
+    }
+    EXPECT_EQ(readFile(path("a.png")).size() > 0, true);
+    EXPECT_EQ(readFile(path("b.png")).size() > 0, true);
 }
 
 TEST_F(CommandLine, MessagesShowControlCharactersInFileNamesEscaped) {

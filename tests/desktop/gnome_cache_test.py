@@ -108,7 +108,7 @@ def main():
                 pixbuf = GdkPixbuf.Pixbuf.new_from_file(found)
                 check(max(pixbuf.get_width(), pixbuf.get_height()) == pixels,
                       "%s: %s is %dx%d" % (size, path, pixbuf.get_width(), pixbuf.get_height()))
-                check(pixbuf.get_option("tEXt::Thumb::Mime") == MIME and
+                check(pixbuf.get_option("tEXt::Thumb::Mimetype") == MIME and
                       pixbuf.get_option("tEXt::Thumb::Size") == str(os.path.getsize(path)) and
                       pixbuf.get_option("tEXt::Software").startswith("ember-tide "),
                       "%s: optional keys of %s" % (size, path))

@@ -4,6 +4,7 @@
 // The walk comes first (CacheWalk.h; it gives the total for the progress line), then the
 // workers take files from a shared index and hand each to the filler (CacheFiller.h). A signal
 // (Ctrl-C) sets the flag of CacheStop.h, which the walk and the workers check between steps.
+#include "Arguments.h"
 #include "CacheFiller.h"
 #include "CacheStop.h"
 #include "CacheWalk.h"
@@ -76,51 +77,45 @@ struct Options {
     std::vector<std::string> paths;
 };
 
-// Returns kOK to go on, or the exit status.
+// Returns kOK to go on, -1 after the help, or the exit status.
 int parseOptions(int argc, char** argv, Options* options) {
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        auto value = [&](const char* name, std::string* out) {
-            std::string prefix = std::string(name) + "=";
-            if (a.rfind(prefix, 0) == 0) {
-                *out = a.substr(prefix.size());
-                return true;
+    enum : int { kSize = 300, kForce, kJSON };
+    ParsedArguments parsed = parseArguments(
+        "cache", argc, argv, "j:",
+        {{"size", required_argument, nullptr, kSize},
+         {"jobs", required_argument, nullptr, 'j'},
+         {"force", no_argument, nullptr, kForce},
+         {"json", no_argument, nullptr, kJSON}},
+        [&](int key, const char* value) {
+            if (key == kForce) return options->force = true;
+            if (key == kJSON) return options->json = true;
+            if (key == kSize) {
+                options->size = GSFindCacheSize(value);
+                if (!options->size)
+                    usageError("cache", "SIZE is normal, large, x-large or xx-large");
+                return options->size != nullptr;
             }
-            if (a != name) return false;
-            if (i + 1 < argc) *out = argv[++i];
-            return true;
-        };
-        std::string v;
-        if (a == "--help" || a == "-h") {
-            std::fputs(kCacheHelp, stdout);
-            return -1;
-        } else if (value("--size", &v)) {
-            options->size = GSFindCacheSize(v);
-            if (!options->size) {
-                usageError("cache", "SIZE is normal, large, x-large or xx-large");
-                return kUsage;
-            }
-        } else if (value("--jobs", &v) || value("-j", &v)) {
             char* end = nullptr;
-            long n = std::strtol(v.c_str(), &end, 10);
-            if (v.empty() || *end || n < 1 || n > kMaxJobs) {
+            long n = std::strtol(value, &end, 10);
+            if (!*value || *end || n < 1 || n > kMaxJobs) {
                 usageError("cache", "N is a whole number from 1 to " + std::to_string(kMaxJobs));
-                return kUsage;
+                return false;
             }
             options->jobs = static_cast<int>(n);
-        } else if (a == "--force") {
-            options->force = true;
-        } else if (a == "--json") {
-            options->json = true;
-        } else if (a == "--") {
-            for (++i; i < argc; ++i)
-                options->paths.emplace_back(argv[i]);
-        } else if (a.size() > 1 && a[0] == '-') {
-            usageError("cache", "unknown option " + a);
+            return true;
+        });
+    if (!parsed.ok) return kUsage;
+    if (parsed.help) {
+        printHelp(kCacheHelp);
+        return -1;
+    }
+    for (const std::string& operand : parsed.operands) {
+        std::string path, error;
+        if (!pathFromArgument(operand, &path, &error)) {
+            usageError("cache", error);
             return kUsage;
-        } else {
-            options->paths.push_back(a);
         }
+        options->paths.push_back(path);
     }
     if (options->paths.empty()) {
         usageError("cache", "PATH is needed");
@@ -156,8 +151,9 @@ void drawProgress(long done, long total, double seconds, bool last) {
     std::string left = last       ? "in " + clockText(seconds)
                        : rate > 0 ? clockText(static_cast<double>(total - done) / rate) + " left"
                                   : "--:-- left";
-    std::printf("\r\033[K%ld/%ld files  %.1f files/s  %s", done, total, rate, left.c_str());
-    std::fflush(stdout);
+    std::fprintf(stderr, "\r\033[K%ld/%ld files  %.1f files/s  %s", done, total, rate,
+                 left.c_str());
+    std::fflush(stderr);
 }
 
 } // namespace
@@ -183,7 +179,8 @@ int runCache(int argc, char** argv) {
         roots.emplace_back(absolute, st);
     }
 
-    const bool progressLine = !options.json && ::isatty(STDOUT_FILENO);
+    // Progress is for a person at a terminal, on stderr: stdout carries only results.
+    const bool progressLine = !options.json && ::isatty(STDERR_FILENO);
     CacheFiller filler(options.size, options.force, cacheRoot, progressLine);
     if (std::string problem = filler.makeFolders(); !problem.empty()) {
         std::fprintf(stderr, "ember-tide: cannot make the thumbnail cache folder %s\n",
@@ -306,9 +303,10 @@ int runCache(int argc, char** argv) {
     const int signal = stopSignalNumber();
     if (progressLine) {
         drawProgress(counts.done, total, seconds, true);
-        std::printf("\n%ld written, %ld up to date, %ld failed, %ld not Ember Tide documents\n",
-                    counts.written.load(), counts.upToDate.load(), counts.failed.load(),
-                    counts.notOurs.load());
+        std::fprintf(stderr,
+                     "\n%ld written, %ld up to date, %ld failed, %ld not Ember Tide documents\n",
+                     counts.written.load(), counts.upToDate.load(), counts.failed.load(),
+                     counts.notOurs.load());
     }
     if (options.json)
         std::printf("{\"written\": %ld, \"up_to_date\": %ld, \"failed\": %ld, \"not_ours\": %ld, "

@@ -87,7 +87,7 @@ CacheOutcome CacheFiller::process(const std::string& path) {
     request.text = {{"Thumb::URI", uri},
                     {"Thumb::MTime", std::to_string(mtime)},
                     {"Thumb::Size", std::to_string(static_cast<long long>(st.st_size))},
-                    {"Thumb::Mime", kMimeType},
+                    {"Thumb::Mimetype", kMimeType},
                     {"Software", "ember-tide " ET_VERSION}};
     GSThumbnailResult result = GSRenderThumbnail(request);
     if (stopping()) return CacheOutcome::kAbandoned;
@@ -140,8 +140,7 @@ void CacheFiller::recordFailure(const std::string& path, const std::string& uri,
 void CacheFiller::report(const std::string& path, const std::string& what) {
     std::lock_guard<std::mutex> lock(outputMutex);
     if (progressLine) {
-        std::fputs("\r\033[K", stdout);
-        std::fflush(stdout);
+        std::fputs("\r\033[K", stderr);
     }
     message(path, what);
 }

@@ -1,5 +1,6 @@
 // Create.cpp - `ember-tide create`: a document (or selection) around a JPEG or PNG image,
 // written with the framework's own writer and saved safely.
+#include "Arguments.h"
 #include "EmberTideDocumentWriter.h"
 #include "GSGetThumbnail.h"
 #include "GSImageHeader.h"
@@ -97,25 +98,17 @@ int runCreate(int argc, char** argv) {
     options.version = kEmberTideNewestVersion;
     std::string form;
     bool backup = false;
-    std::vector<std::string> files;
-    for (int i = 1; i < argc; ++i) {
-        std::string a = argv[i];
-        auto value = [&](const char* name) -> const char* {
-            if (i + 1 >= argc) {
-                usageError("create", std::string(name) + " needs a value");
-                return nullptr;
-            }
-            return argv[++i];
-        };
-        if (a == "--help" || a == "-h") {
-            std::fputs(kCreateHelp, stdout);
-            return kOK;
-        } else if (int taken = parseLayoutOption("create", argc, argv, &i, &options, &form)) {
-            if (taken < 0) return kUsage;
-        } else if (a == "--store") {
-            const char* v = value("--store");
-            if (!v) return kUsage;
-            std::string store = v;
+    enum : int { kStore = 300, kSelection, kBackup };
+    std::vector<option> table = kLayoutOptions;
+    table.push_back({"store", required_argument, nullptr, kStore});
+    table.push_back({"selection", no_argument, nullptr, kSelection});
+    table.push_back({"backup", no_argument, nullptr, kBackup});
+    ParsedArguments parsed =
+        parseArguments("create", argc, argv, "", table, [&](int key, const char* value) {
+            if (key == kSelection) return options.selection = true;
+            if (key == kBackup) return backup = true;
+            if (key != kStore) return layoutOption("create", key, value, &options, &form);
+            const std::string store = value;
             if (store == "inline")
                 options.store = EmberTideDocumentOptions::kInline;
             else if (store == "record")
@@ -124,22 +117,23 @@ int runCreate(int argc, char** argv) {
                 options.store = EmberTideDocumentOptions::kSystemRecord;
             else {
                 usageError("create", "--store is inline, record or system-record");
-                return kUsage;
+                return false;
             }
-        } else if (a == "--selection") {
-            options.selection = true;
-        } else if (a == "--backup") {
-            backup = true;
-        } else if (a.size() > 1 && a[0] == '-') {
-            usageError("create", "unknown option " + a);
-            return kUsage;
-        } else {
-            files.push_back(a);
-        }
-    }
-    if (files.size() != 2) {
+            return true;
+        });
+    if (!parsed.ok) return kUsage;
+    if (parsed.help) return printHelp(kCreateHelp);
+    if (parsed.operands.size() != 2) {
         usageError("create", "IMAGE and OUT are needed");
         return kUsage;
+    }
+    std::vector<std::string> files(2);
+    for (int i = 0; i < 2; ++i) {
+        std::string error;
+        if (!pathFromArgument(parsed.operands[i], &files[i], &error)) {
+            usageError("create", error);
+            return kUsage;
+        }
     }
     if (!applyLayoutForm("create", form, &options)) return kUsage;
     if (backup && files[1] == "-") {

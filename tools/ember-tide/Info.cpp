@@ -1,5 +1,7 @@
 // Info.cpp - `ember-tide info [--json] FILE...`: what each file is and what preview it carries.
+#include "Arguments.h"
 #include "Inventory.h"
+#include "PrintableText.h"
 #include "Tool.h"
 
 #include <cstring>
@@ -24,22 +26,6 @@ const char* kInfoHelp =
     "\n"
     "Exit status: 0, or 2 when a file cannot be opened.\n"
     "Example: ember-tide info --json photo.etd\n";
-
-// The byte count of a well-formed UTF-8 character at text[i] (no overlong forms, surrogates or
-// code points above U+10FFFF), or 0.
-size_t wellFormedUTF8(const std::string& text, size_t i) {
-    auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
-    unsigned char c = byte(i);
-    size_t n = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 ? 2 : 0;
-    if (c > 0xF4 || n == 0 || i + n > text.size()) return 0;
-    for (size_t k = 1; k < n; ++k)
-        if ((byte(i + k) & 0xC0) != 0x80) return 0;
-    unsigned next = byte(i + 1);
-    if ((c == 0xE0 && next < 0xA0) || (c == 0xED && next >= 0xA0) || (c == 0xF0 && next < 0x90) ||
-        (c == 0xF4 && next >= 0x90))
-        return 0;
-    return n;
-}
 
 // A JSON string. File and class names are bytes: what is not well-formed UTF-8 is written as
 // U+FFFD, so that every line stays valid JSON.
@@ -114,7 +100,7 @@ std::string jsonLine(const std::string& file, const DocumentPreview& d,
 }
 
 std::string textLine(const std::string& file, const DocumentPreview& d) {
-    std::string out = file + ": ";
+    std::string out = printable(file) + ": ";
     if (!d.recognised) return out + "not an Ember Tide document";
     out += typeName(d);
     if (d.versionKnown)
@@ -135,31 +121,23 @@ std::string textLine(const std::string& file, const DocumentPreview& d) {
 
 int runInfo(int argc, char** argv) {
     bool json = false;
-    int first = 1;
-    for (; first < argc; ++first) {
-        const char* a = argv[first];
-        if (std::strcmp(a, "--help") == 0 || std::strcmp(a, "-h") == 0) {
-            std::fputs(kInfoHelp, stdout);
-            return kOK;
-        }
-        if (std::strcmp(a, "--json") == 0)
-            json = true;
-        else if (std::strcmp(a, "--") == 0) {
-            ++first;
-            break;
-        } else if (a[0] == '-' && a[1] != 0) {
-            usageError("info", std::string("unknown option ") + a);
-            return kUsage;
-        } else
-            break;
-    }
-    if (first >= argc) {
+    ParsedArguments args =
+        parseArguments("info", argc, argv, "", {{"json", no_argument, nullptr, 'j'}},
+                       [&](int, const char*) { return json = true; });
+    if (!args.ok) return kUsage;
+    if (args.help) return printHelp(kInfoHelp);
+    if (args.operands.empty()) {
         usageError("info", "no FILE given");
         return kUsage;
     }
     int status = kOK;
-    for (int i = first; i < argc; ++i) {
-        std::string file = argv[i];
+    for (const std::string& named : args.operands) {
+        std::string file, error;
+        if (!pathFromArgument(named, &file, &error)) {
+            message(named, error);
+            status = kIOError;
+            continue;
+        }
         DocumentPreview d = readDocumentPreview(file);
         if (!d.opened) {
             message(file, "cannot open: " + d.problem);

@@ -9,6 +9,8 @@
 // Every byte of the file is read as a name at most once, so the work grows with the file.
 #include "Inventory.h"
 
+#include "PrintableText.h"
+
 #include "GSFile.h"
 #include "GSFileObjectTable.h"
 #include "GSFileSpec.h"
@@ -60,7 +62,7 @@ ObjectInventory readObjectInventory(const std::string& path) {
                 const long count = same - at;
                 const bool outsideNames = *at >= readUpTo;
                 if (outsideNames && readClassNameAt(&file, *at, &name))
-                    inventory.classes[name] += count;
+                    inventory.classes[isPlainName(name) ? name : kUnshownClassName] += count;
                 else
                     inventory.unreadable += count;
                 if (outsideNames) readUpTo = std::max(*at + 1, file.tell());

@@ -10,6 +10,10 @@
 
 namespace tool {
 
+// Class names are short identifiers in every real document. A name that could not be shown as
+// it is (longer than 64 bytes, not UTF-8, control characters) is counted under this one.
+inline constexpr const char* kUnshownClassName = "<invalid>";
+
 struct ObjectInventory {
     bool present = false; // the document's header starts an object table
     long entries = 0;     // entries of the table

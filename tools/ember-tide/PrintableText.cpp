@@ -58,4 +58,9 @@ std::string printable(std::string_view text) {
     return out;
 }
 
+bool isPlainName(std::string_view name, size_t maxBytes) {
+    return !name.empty() && name.size() <= maxBytes && printable(name) == name &&
+           name.find('\\') == std::string_view::npos;
+}
+
 } // namespace tool

@@ -20,4 +20,8 @@ size_t wellFormedUTF8(std::string_view text, size_t i);
 // well-formed UTF-8 escaped as \n, \r, \t or \xNN; everything else as it is.
 std::string printable(std::string_view text);
 
+// Whether a name read from a file can be shown as it is: at most `maxBytes` bytes of
+// well-formed UTF-8 without control characters. Names that fail are counted, not shown.
+bool isPlainName(std::string_view name, size_t maxBytes = 64);
+
 } // namespace tool

@@ -113,32 +113,6 @@ bool layoutOption(const char* command, int key, const char* value,
     return true;
 }
 
-int parseLayoutOption(const char* command, int argc, char** argv, int* i,
-                      EmberTideDocumentOptions* options, std::string* form) {
-    const std::string a = argv[*i];
-    if (a != "--version" && a != "--form") return 0;
-    if (*i + 1 >= argc) {
-        usageError(command, a + " needs a value");
-        return -1;
-    }
-    const std::string v = argv[++*i];
-    if (a == "--form") {
-        if (v != "long" && v != "byte") {
-            usageError(command, "--form is long or byte");
-            return -1;
-        }
-        *form = v;
-        return 1;
-    }
-    int version = parseDocumentVersion(v);
-    if (version < 0) {
-        usageError(command, "not a document version: " + v);
-        return -1;
-    }
-    options->version = static_cast<short>(version);
-    return 1;
-}
-
 bool applyLayoutForm(const char* command, const std::string& form,
                      EmberTideDocumentOptions* options) {
     bool version3 = options->version >= 0x0300;

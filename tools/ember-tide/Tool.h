@@ -66,11 +66,6 @@ extern const std::vector<option> kLayoutOptions;
 bool layoutOption(const char* command, int key, const char* value,
                   EmberTideDocumentOptions* options, std::string* form);
 
-// The layout options that create and convert share: `--version V` and `--form long|byte`.
-// Returns 1 when argv[*i] was one of them (its value consumed, *i moved past it), 0 when not,
-// -1 after a usage error was reported.
-int parseLayoutOption(const char* command, int argc, char** argv, int* i,
-                      EmberTideDocumentOptions* options, std::string* form);
 // Sets the byte form once all options are read (the default from version 3 on); false after a
 // usage error was reported.
 bool applyLayoutForm(const char* command, const std::string& form,

@@ -1,6 +1,7 @@
 // main.cpp - ember-tide: thumbnails and facts from Ember Tide documents.
 #include "Tool.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 
@@ -33,11 +34,9 @@ const char* kHelp =
 
 } // namespace
 
-int main(int argc, char** argv) {
-    // Under a file-size limit (ulimit -f) the kernel would kill a save mid-write with SIGXFSZ,
-    // leaving its temporary file behind; ignored, the write fails with EFBIG instead, and the
-    // save cleans up and reports it as any other I/O error.
-    std::signal(SIGXFSZ, SIG_IGN);
+namespace {
+
+int runCommand(int argc, char** argv) {
     if (argc < 2) {
         std::fputs(kHelp, stderr);
         return tool::kUsage;
@@ -65,4 +64,21 @@ int main(int argc, char** argv) {
     }
     tool::usageError(nullptr, std::string("unknown command '") + command + "'");
     return tool::kUsage;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    // Under a file-size limit (ulimit -f) the kernel would kill a save mid-write with SIGXFSZ,
+    // leaving its temporary file behind; ignored, the write fails with EFBIG instead, and the
+    // save cleans up and reports it as any other I/O error.
+    std::signal(SIGXFSZ, SIG_IGN);
+    int status = runCommand(argc, argv);
+    // What went to stdout must have arrived (a full disk, a closed pipe): otherwise a script
+    // would take a cut listing for a whole one.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+        std::fprintf(stderr, "ember-tide: write error: %s\n", std::strerror(errno));
+        return tool::kIOError;
+    }
+    return status;
 }
