@@ -88,4 +88,18 @@ bool pathFromArgument(const std::string& argument, std::string* path, std::strin
     return true;
 }
 
+bool pathsFromOperands(const char* command, const ParsedArguments& parsed,
+                       std::vector<std::string>* paths) {
+    paths->clear();
+    for (const std::string& operand : parsed.operands) {
+        std::string path, error;
+        if (!pathFromArgument(operand, &path, &error)) {
+            usageError(command, error);
+            return false;
+        }
+        paths->push_back(path);
+    }
+    return true;
+}
+
 } // namespace tool

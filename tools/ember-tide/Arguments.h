@@ -37,4 +37,9 @@ ParsedArguments parseArguments(const char* command, int argc, char** argv, const
 // scheme or one that names no local file.
 bool pathFromArgument(const std::string& argument, std::string* path, std::string* error);
 
+// The local paths of all the operands (pathFromArgument); false after a usage error of
+// `command` for the first one that names no local file.
+bool pathsFromOperands(const char* command, const ParsedArguments& parsed,
+                       std::vector<std::string>* paths);
+
 } // namespace tool

@@ -109,14 +109,7 @@ int parseOptions(int argc, char** argv, Options* options) {
         printHelp(kCacheHelp);
         return -1;
     }
-    for (const std::string& operand : parsed.operands) {
-        std::string path, error;
-        if (!pathFromArgument(operand, &path, &error)) {
-            usageError("cache", error);
-            return kUsage;
-        }
-        options->paths.push_back(path);
-    }
+    if (!pathsFromOperands("cache", parsed, &options->paths)) return kUsage;
     if (options->paths.empty()) {
         usageError("cache", "PATH is needed");
         return kUsage;

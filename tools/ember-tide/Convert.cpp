@@ -74,14 +74,8 @@ int runConvert(int argc, char** argv) {
         usageError("convert", "IN and OUT are needed");
         return kUsage;
     }
-    std::vector<std::string> files(2);
-    for (int i = 0; i < 2; ++i) {
-        std::string error;
-        if (!pathFromArgument(parsed.operands[i], &files[i], &error)) {
-            usageError("convert", error);
-            return kUsage;
-        }
-    }
+    std::vector<std::string> files;
+    if (!pathsFromOperands("convert", parsed, &files)) return kUsage;
     if (!applyLayoutForm("convert", form, &options)) return kUsage;
 
     // Everything is read, and IN closed, before OUT is opened.

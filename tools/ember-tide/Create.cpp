@@ -127,14 +127,8 @@ int runCreate(int argc, char** argv) {
         usageError("create", "IMAGE and OUT are needed");
         return kUsage;
     }
-    std::vector<std::string> files(2);
-    for (int i = 0; i < 2; ++i) {
-        std::string error;
-        if (!pathFromArgument(parsed.operands[i], &files[i], &error)) {
-            usageError("create", error);
-            return kUsage;
-        }
-    }
+    std::vector<std::string> files;
+    if (!pathsFromOperands("create", parsed, &files)) return kUsage;
     if (!applyLayoutForm("create", form, &options)) return kUsage;
     if (backup && files[1] == "-") {
         usageError("create", "--backup needs an OUT file");

@@ -29,14 +29,8 @@ int runExtract(int argc, char** argv) {
                    parsed.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
         return kUsage;
     }
-    std::string args[2];
-    for (int i = 0; i < 2; ++i) {
-        std::string error;
-        if (!pathFromArgument(parsed.operands[i], &args[i], &error)) {
-            usageError("extract", error);
-            return kUsage;
-        }
-    }
+    std::vector<std::string> args;
+    if (!pathsFromOperands("extract", parsed, &args)) return kUsage;
     DocumentPreview d = readDocumentPreview(args[0]);
     if (!d.opened) {
         message(args[0], "cannot open: " + d.problem);

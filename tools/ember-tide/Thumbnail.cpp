@@ -74,14 +74,8 @@ int runThumbnail(int argc, char** argv) {
                    args.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
         return kUsage;
     }
-    std::string files[2];
-    for (int i = 0; i < 2; ++i) {
-        std::string error;
-        if (!pathFromArgument(args.operands[i], &files[i], &error)) {
-            usageError("thumbnail", error);
-            return kUsage;
-        }
-    }
+    std::vector<std::string> files;
+    if (!pathsFromOperands("thumbnail", args, &files)) return kUsage;
     if (std::string problem = unreadable(files[0]); !problem.empty()) {
         message(files[0], "cannot open: " + problem);
         return kIOError;
