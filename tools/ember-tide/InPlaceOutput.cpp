@@ -13,7 +13,7 @@ InPlaceOutput::~InPlaceOutput() {
     if (ownsFd && fd >= 0) ::close(fd);
 }
 
-std::string InPlaceOutput::open(const std::string& out, const std::string& input) {
+std::string InPlaceOutput::open(const std::string& out, const std::string& input, bool create) {
     if (out == "-" || out == "/dev/stdout") {
         fd = STDOUT_FILENO;
         return {};
@@ -21,7 +21,9 @@ std::string InPlaceOutput::open(const std::string& out, const std::string& input
     // Not O_TRUNC: the check below must see FILE before anything is emptied. O_NOCTTY: a terminal
     // as OUT never becomes the process's controlling terminal. Opening a FIFO waits for its
     // reader, as `>` does.
-    const int opened = ::open(out.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+    const int opened =
+        ::open(out.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | (create ? O_CREAT : 0), 0666);
+    if (opened < 0 && errno == ENOENT && !create) return {};
     if (opened < 0) return errno == EISDIR ? "is a folder" : std::strerror(errno);
     struct stat st, in;
     if (::fstat(opened, &st) != 0) {

@@ -2,12 +2,12 @@
 //
 // Thumbnail services do not all read OUT by name after we exit: Xfce's tumbler opens OUT itself,
 // runs us, waits, and reads through the stream it opened first, so a new file renamed over OUT
-// would never reach it. OUT is therefore opened before the process confines itself (Landlock
-// then keeps no right to write anywhere: this descriptor is all the process writes through) and
-// emptied at once, before a byte of FILE is read. Emptying it first rather than when the picture
-// is ready means that every failure, a kill by the CPU limit included, leaves OUT empty instead
-// of holding an older picture beside an error status; the caller waits for our exit, so nobody
-// sees the file half written.
+// would never reach it. The process that writes OUT never reads FILE: the picture is made by a
+// confined child that keeps no right to write anywhere (Thumbnail.cpp). An OUT that exists is
+// opened and emptied before the child starts, so that every failure, a kill by the CPU limit
+// included, leaves it empty instead of holding an older picture beside an error status; an OUT
+// that does not exist is made only once the picture is there, so a failure leaves no file at
+// all. The caller waits for our exit, so nobody sees the file half written.
 //
 // As with `>`: a symbolic link is written through (the link stays, its target gets the bytes),
 // an existing file keeps its inode, mode and owner, a new one gets 0666 less the umask, and a
@@ -29,9 +29,11 @@ public:
     InPlaceOutput(const InPlaceOutput&) = delete;
     InPlaceOutput& operator=(const InPlaceOutput&) = delete;
 
-    // Opens and empties `out`, the output made from `input`. Returns an empty string, or what went
+    // Opens and empties `out`, the output made from `input`; with `create` false an `out` that
+    // does not exist is left so (isOpen() stays false). Returns an empty string, or what went
     // wrong (OUT is then untouched).
-    std::string open(const std::string& out, const std::string& input);
+    std::string open(const std::string& out, const std::string& input, bool create);
+    bool isOpen() const { return fd >= 0; }
 
     // Writes all of `data` and closes OUT. A regular file that could not take it all is emptied
     // again. Returns an empty string, or what went wrong.

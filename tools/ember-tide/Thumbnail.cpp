@@ -13,7 +13,9 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace tool {
 
@@ -24,15 +26,15 @@ const char* kThumbnailHelp =
     "Writes a PNG thumbnail of FILE's preview to OUT, fitted into SIZE x SIZE pixels (default\n"
     "256) with its aspect kept: the document's own width and height decide the shape, or the\n"
     "picture's when the document states none. Small previews are scaled up.\n"
-    "OUT is written in place, as a shell's '>' writes it: opened (made if missing) and emptied\n"
-    "before FILE is read, then written once the picture is ready, so a reader that opened OUT\n"
-    "before sees the PNG. A link at OUT is written through, an existing file keeps its mode, a\n"
-    "pipe or device gets the bytes; a folder, or OUT naming FILE itself, is refused. \"-\" or\n"
-    "/dev/stdout: standard output.\n"
+    "OUT is written in place, as a shell's '>' writes it: an existing OUT is emptied before FILE\n"
+    "is read and written once the picture is ready, so a reader that opened OUT before sees the\n"
+    "PNG; a missing OUT is made only when there is a picture. A link at OUT is written through,\n"
+    "an existing file keeps its mode, a pipe or device gets the bytes; a folder, or OUT naming\n"
+    "FILE itself, is refused. \"-\" or /dev/stdout: standard output.\n"
     "\n"
     "Exit status: 0 written; 1 no preview, or a preview that is no decodable picture; 2 usage or\n"
-    "I/O error. A failure once OUT is open leaves OUT empty; OUT is opened after the arguments\n"
-    "are checked and FILE is found readable.\n"
+    "I/O error. A failure leaves an existing OUT empty and makes no new one; OUT is opened\n"
+    "after the arguments are checked and FILE is found readable.\n"
     "Example: ember-tide thumbnail -s 128 photo.etd photo.png\n";
 
 constexpr int kMaxThumbnailSize = 4096;
@@ -49,6 +51,41 @@ std::string unreadable(const std::string& file) {
     if (status != 0) return std::strerror(error);
     if (S_ISDIR(st.st_mode)) return "is a folder";
     return S_ISREG(st.st_mode) ? "" : "not a regular file";
+}
+
+// The child's work: confined to reading FILE, the picture is made and written into `pipe`.
+// Returns the exit status.
+int renderConfined(const std::string& file, int size, int pipe) {
+    limitThumbnailProcess(file);
+    Confinement confinement;
+    confinement.paths.push_back({file, kReadFiles});
+    confineProcess(confinement);
+
+    GSThumbnailRequest request;
+    request.path = file;
+    request.maxSize = size;
+    GSThumbnailResult result = GSRenderThumbnail(request);
+    switch (result.status) {
+    case GSThumbnailStatus::kCannotOpen:
+        message(file, "cannot open: " + result.message);
+        return kIOError;
+    case GSThumbnailStatus::kNoPreview:
+    case GSThumbnailStatus::kUndecodable:
+        message(file, result.message);
+        return kNoPreview;
+    case GSThumbnailStatus::kOK:
+        break;
+    }
+    const unsigned char* data = result.png.data();
+    size_t left = result.png.size();
+    while (left > 0) {
+        const ssize_t n = ::write(pipe, data, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return kIOError; // the parent went away
+        data += n;
+        left -= static_cast<size_t>(n);
+    }
+    return kOK;
 }
 
 } // namespace
@@ -80,36 +117,59 @@ int runThumbnail(int argc, char** argv) {
         message(files[0], "cannot open: " + problem);
         return kIOError;
     }
-    // OUT is opened before the confinement, which keeps no right to write anywhere.
+    // An existing OUT is opened and emptied now; a missing one is made once the picture is there.
     InPlaceOutput output;
-    if (std::string error = output.open(files[1], files[0]); !error.empty()) {
+    if (std::string error = output.open(files[1], files[0], false); !error.empty()) {
         message(files[1], "cannot write: " + error);
         return kIOError;
     }
     // A reader that goes away is an I/O error (status 2), not a death by signal.
     std::signal(SIGPIPE, SIG_IGN);
-    // From here on the process reads FILE and writes through the descriptor it holds.
-    limitThumbnailProcess(files[0]);
-    Confinement confinement;
-    confinement.paths.push_back({files[0], kReadFiles});
-    confineProcess(confinement);
 
-    GSThumbnailRequest request;
-    request.path = files[0];
-    request.maxSize = size;
-    GSThumbnailResult result = GSRenderThumbnail(request);
-    switch (result.status) {
-    case GSThumbnailStatus::kCannotOpen:
-        message(files[0], "cannot open: " + result.message);
+    // The picture is made by a child that confines itself first: it reads FILE and writes
+    // nothing but the PNG into a pipe. This process never reads FILE; it writes OUT.
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+        message(files[1], std::string("cannot write: ") + std::strerror(errno));
         return kIOError;
-    case GSThumbnailStatus::kNoPreview:
-    case GSThumbnailStatus::kUndecodable:
-        message(files[0], result.message);
-        return kNoPreview;
-    case GSThumbnailStatus::kOK:
-        break;
     }
-    if (std::string error = output.write(result.png.data(), result.png.size()); !error.empty()) {
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0) {
+        message(files[0], std::string("cannot start: ") + std::strerror(errno));
+        return kIOError;
+    }
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        ::_exit(renderConfined(files[0], size, pipeFds[1]));
+    }
+    ::close(pipeFds[1]);
+    std::vector<unsigned char> png;
+    unsigned char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(pipeFds[0], buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        png.insert(png.end(), buffer, buffer + n);
+    }
+    ::close(pipeFds[0]);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status)) {
+        // The hard CPU limit's SIGKILL, or a crash in a decoder: no picture.
+        message(files[0], "given up (the decoder was stopped by signal " +
+                              std::to_string(WIFSIGNALED(status) ? WTERMSIG(status) : 0) + ")");
+        return kNoPreview;
+    }
+    if (WEXITSTATUS(status) != kOK) return WEXITSTATUS(status);
+    if (!output.isOpen()) {
+        if (std::string error = output.open(files[1], files[0], true); !error.empty()) {
+            message(files[1], "cannot write: " + error);
+            return kIOError;
+        }
+    }
+    if (std::string error = output.write(png.data(), png.size()); !error.empty()) {
         message(files[1], "cannot write: " + error);
         return kIOError;
     }

@@ -1,6 +1,8 @@
 // Watchdog.cpp - resource limits of the thumbnail command, the cache's per-file CPU monitor.
 #include "Watchdog.h"
 
+#include "PrintableText.h"
+
 #include "Confinement.h"
 #include "GSWorkDeadline.h"
 
@@ -100,7 +102,7 @@ void limitThumbnailProcess(const std::string& file) {
     ::getrlimit(RLIMIT_CPU, &cpu);
     int n = std::snprintf(overrunMessage, sizeof overrunMessage,
                           "ember-tide: %s: more than %llu s of processor time; given up\n",
-                          file.c_str(), static_cast<unsigned long long>(cpu.rlim_cur));
+                          printable(file).c_str(), static_cast<unsigned long long>(cpu.rlim_cur));
     overrunMessageLength = n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof overrunMessage - 1);
     struct sigaction action;
     std::memset(&action, 0, sizeof action);
