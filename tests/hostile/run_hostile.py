@@ -1,26 +1,11 @@
 #!/usr/bin/python3
-"""Runs `ember-tide thumbnail` and `ember-tide info --json` on hostile documents, each under a
-memory and a time limit, and fails on any crash, timeout or limit hit.
-
-Usage: run_hostile.py TOOL SOURCE_DIR [--sanitized] [--memory-mb 256] [--seconds 2] [--jobs 2]
-
-The documents are made here: crafted ones (negative lengths, counts of 2^31 and 2^62,
-self-referencing object tables, nesting deeper than the readers' limit), every truncation of
-small documents that `ember-tide create` wrote, and the samples in examples/ with bits flipped at
-random (a fixed seed, so that a failure can be replayed). Crafted documents are variations of
-well-formed controls, which must give a thumbnail in the same run: a crafted case that no longer
-reaches the reader it aims at would otherwise pass without testing anything.
-
-A run passes with exit status 0, 1 or 2 and nothing on stderr that tells of a limit or a
-sanitizer. It fails when the tool dies of a signal, takes longer than the time limit (it is then
-killed), exits with another status, or reports that it ran out of memory or processor time.
-The memory limit is RLIMIT_AS, set on this script's own process once the documents are made and
-inherited by every run (setting it in a preexec_fn would fork the interpreter for each run,
-which is four times slower); --sanitized (a sanitizer build, whose shadow memory needs far more
-address space) leaves it off and multiplies the time limit by 5. Failing documents are kept in a
-folder that the report names.
-"""
-import argparse
+"""Runs `ember-tide thumbnail` and `info --json` on hostile documents under 256 MB of address
+space and 2 s each; fails on a crash, timeout, limit hit, sanitizer report or exit status other
+than 0, 1 or 2. Usage: run_hostile.py TOOL SOURCE_DIR [--sanitized] (no memory limit, as shadow
+memory needs more, and five times the time). The documents: crafted ones (one table), every
+truncation of documents that `ember-tide create` wrote, and examples/ with bits flipped. The
+controls, well-formed documents of each layout the crafted ones vary, must give a thumbnail: a
+case that no longer reaches its reader would else pass untested."""
 import collections
 import os
 import random
@@ -31,312 +16,232 @@ import subprocess
 import sys
 import tempfile
 import time
+from pathlib import Path
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from etd_bytes import (Form, document, dictionary_object, information, inline_picture,  # noqa: E402
-                       nested_dictionaries, picture_record, png, preview, progressive_jpeg, u16,
-                       u32)
+from etd_bytes import (BYTE, LONG, document, dictionary_object, information,  # noqa: E402
+                       inline_picture, nested_dictionaries, picture_record, png, preview,
+                       progressive_jpeg, u16, u32)
 
-LONG, BYTE = Form(False), Form(True)
-SEED = 20240501
 # Messages of the tool and of the sanitizers that mean a limit or a fault, whatever the status.
 BAD_MESSAGES = ("processor time", "bad_alloc", "out of memory", "AddressSanitizer",
                 "LeakSanitizer", "runtime error:", "UndefinedBehaviorSanitizer")
 
 
 def crafted(image):
-    """(name, bytes, must_thumbnail) for the well-formed controls and their hostile variants."""
-    w, h = 4, 3
-    cases = []
+    """(name, bytes) of the controls (named control-...) and their hostile variants."""
+    w, h, forms = 4, 3, (LONG, BYTE)
+    good = preview(LONG, [LONG.item(0, information(w, h)), inline_picture(LONG, image)])
 
-    def add(name, data, control=False):
-        cases.append((name, data, control))
+    def in_preview(form, item, **table):  # the item alone in the preview chunk of a document
+        return document(form, [preview(form, [item])], **table)
 
-    # Controls: one of each layout the hostile cases start from.
-    add("control-v2-inline", document(LONG, [preview(LONG, [LONG.item(0, information(w, h)),
-                                                            inline_picture(LONG, image)])]), True)
-    add("control-v2-record", document(LONG, [preview(LONG, [LONG.item(4, picture_record(
-        LONG, image, w, h))])]), True)
-    for form, label in ((LONG, "long"), (BYTE, "byte")):
-        record = picture_record(form, image, w, h)
-        add("control-v3-%s-record" % label,
-            document(form, [preview(form, [form.item(4, record)])], table=[record]), True)
-        add("control-v3-%s-inline" % label,
-            document(form, [preview(form, [inline_picture(form, image)])], table=[]), True)
+    def in_record(form, record, listed=True):  # item 4 of the preview, listed in the table
+        return in_preview(form, form.item(4, record), table=[record] if listed else None)
 
-    good_preview = preview(LONG, [LONG.item(0, information(w, h)), inline_picture(LONG, image)])
+    def named(form, n):  # a record whose class name's length says n
+        return b"\0" + form.string(b"GSMemPicData", n)
 
-    # Negative lengths: a skip that does not move forward, or moves back onto the same header.
-    for length in (-1, -8, -9, -(1 << 31)):
-        add("negative-top-item%d" % length,
-            document(LONG, [LONG.item(12, b"abcd", length=length), good_preview]))
-        add("negative-preview-item%d" % length, document(LONG, [preview(LONG, [
-            LONG.item(5, b"abcd", length=length), inline_picture(LONG, image)])]))
-    for length in (-1, -9, -(1 << 62)):
-        add("negative-byte-item%d" % length, document(BYTE, [
-            BYTE.item(12, b"abcd", length=length),
-            preview(BYTE, [inline_picture(BYTE, image)])], table=[]))
-    add("negative-picture-count", document(LONG, [preview(LONG, [
-        inline_picture(LONG, image, count=-1)])]))
-    add("negative-string-length", document(LONG, [preview(LONG, [LONG.item(
-        4, b"\0" + LONG.string(b"GSMemPicData", count=-5))])]))
+    def array_block(class_name, count):  # an array object: its block's version, then the count
+        return BYTE.record(class_name, BYTE.chunk([BYTE.item(
+            1, BYTE.version(0x0100) + BYTE.count(count) + b"xyz")]))
 
-    # Counts of 2^31 (and 2^31 - 1, the largest a 4-byte count holds) and 2^62, with a few
-    # bytes behind them.
-    for count in ((1 << 31) - 1, 1 << 31, 0xFFFFFFFF):
-        add("count-inline-%x" % count, document(LONG, [preview(LONG, [
-            inline_picture(LONG, image, count=count)])]))
-        add("count-record-%x" % count, document(LONG, [preview(LONG, [LONG.item(
-            4, picture_record(LONG, image, w, h, count=count))])]))
-        add("count-string-%x" % count, document(LONG, [preview(LONG, [LONG.item(
-            4, b"\0" + LONG.string(b"GSMemPicData", count=count))])]))
-        add("count-dictionary-%x" % count, document(LONG, [preview(LONG, [LONG.item(
-            4, LONG.record(b"GSObjectDictionaryObject", LONG.chunk([LONG.item(1, LONG.chunk([
-                LONG.item(1, u32(count) + b"\0" * 8)]))])))])]))
-        add("count-table-%x" % count, document(LONG, [good_preview], version=0x0300, table=[0],
-                                               table_count=count))
-    for count in (1 << 31, 1 << 62, (1 << 63) - 1):
-        add("count-byte-inline-%x" % count, document(BYTE, [preview(BYTE, [
-            inline_picture(BYTE, image, count=count)])], table=[]))
-        record = picture_record(BYTE, image, w, h, count=count)
-        add("count-byte-record-%x" % count,
-            document(BYTE, [preview(BYTE, [BYTE.item(4, record)])], table=[record]))
-        record = b"\0" + BYTE.string(b"GSMemPicData", count=count)
-        add("count-byte-string-%x" % count,
-            document(BYTE, [preview(BYTE, [BYTE.item(4, record)])], table=[record]))
-        for class_name in (b"GSBufferObject", b"GSLongArrayObject", b"GSFloatArrayObject"):
-            # An array block: its own version, then the element count.
-            record = BYTE.record(class_name, BYTE.chunk([BYTE.item(1, BYTE.version(0x0100) +
-                                                                   BYTE.count(count) + b"xyz")]))
-            add("count-byte-%s-%x" % (class_name.decode(), count),
-                document(BYTE, [preview(BYTE, [BYTE.item(4, record)])], table=[record]))
-    for width, height in ((0x7FFFFFFF, 0x7FFFFFFF), (-1, -1), (0x7FFFFFFF, 1), (1, -0x80000000)):
-        add("size-%x-%x" % (width & 0xFFFFFFFF, height & 0xFFFFFFFF), document(LONG, [preview(
-            LONG, [LONG.item(0, information(width, height)), inline_picture(LONG, image)])]))
-    # An array block of version 2.0 starts object merging of its own: inside a document that
-    # merges already, and in one that does not (then with a table header of its own).
-    for version, with_table in ((0x0302, True), (0x0200, False)):
+    def merging_block(version, with_table):  # an array block of 2.0 merges objects of its own
         block = LONG.record(b"GSBufferObject", LONG.chunk([LONG.item(
             1, LONG.version(0x0200) + u16(256) + u32(0) + u32(4) + b"abcd")]))
-        add("array-merging-v%x" % version, document(LONG, [preview(LONG, [LONG.item(4, block)])],
-                                                    version=version,
-                                                    table=[block] if with_table else None))
+        return in_preview(LONG, LONG.item(4, block), version=version,
+                          table=[block] if with_table else None)
 
-    # Object tables that lead back to an object still being read.
-    for form, label in ((LONG, "long"), (BYTE, "byte")):
-        own = dictionary_object(form, [], [form.reference(0)])
-        add("self-reference-%s" % label, document(form, [
-            form.item(12, own), preview(form, [form.item(4, form.reference(0))])], table=[own]))
-        add("self-reference-in-place-%s" % label, document(form, [
-            preview(form, [form.item(4, own)])], table=[own]))
-        first = dictionary_object(form, [], [form.reference(1)])
-        second = dictionary_object(form, [form.reference(0)], [])
-        add("mutual-references-%s" % label, document(form, [
-            form.item(12, first + second), preview(form, [form.item(4, form.reference(0))])],
-            table=[first, second]))
-        pointing_at_itself = form.item(4, form.reference(0))
-        add("reference-to-itself-%s" % label, document(form, [
-            preview(form, [pointing_at_itself])], table=[pointing_at_itself[-5:]]))
-        # A table offset that points back into the header.
-        add("table-offset-backwards-%s" % label, document(
-            form, [preview(form, [inline_picture(form, image)])], table=[0], table_offset=-12))
-    # Nesting deeper than the readers' limit, and far deeper than a stack could take.
-    for depth in (65, 100, 20000):
-        nested, _ = nested_dictionaries(LONG, depth)
-        add("nesting-%d" % depth, document(LONG, [preview(LONG, [LONG.item(4, nested)])]))
-        nested, offsets = nested_dictionaries(BYTE, depth)
-        add("nesting-byte-%d" % depth, document(BYTE, [preview(BYTE, [BYTE.item(4, nested)])],
-                                                table=[(nested, at) for at in offsets]))
+    def self_references(f):  # object tables that lead back to an object still being read
+        own, itself = dictionary_object(f, [], [f.reference(0)]), f.item(4, f.reference(0))
+        first, second = (dictionary_object(f, [], [f.reference(1)]),
+                         dictionary_object(f, [f.reference(0)], []))
+        by_reference = preview(f, [itself])
+        return [("self-reference-" + f.label, document(f, [f.item(12, own), by_reference],
+                                                       table=[own])),
+                ("self-reference-in-place-" + f.label, in_record(f, own)),
+                ("mutual-references-" + f.label, document(
+                    f, [f.item(12, first + second), by_reference], table=[first, second])),
+                ("reference-to-itself-" + f.label, document(f, [by_reference],
+                                                            table=[itself[-5:]]))]
 
-    # Object tables that make `info` read one long class name over and over: 50,000 entries
-    # naming one record, and entries at every header of a chain of names nested in each other.
-    name = b"N" * (1 << 20)
+    def nesting(form, depth):
+        nested, offsets = nested_dictionaries(form, depth)
+        return in_preview(form, form.item(4, nested),
+                          table=[(nested, at) for at in offsets] if form.byte_form else None)
 
-    def table_at(needle, offsets):
-        items = [LONG.item(12, needle), good_preview]
+    def inventory(needle, offsets):  # the object table's entries point into `needle`
+        items = [LONG.item(12, needle), good]
         at = document(LONG, items, version=0x0302, table=[needle]).find(needle)
         return document(LONG, items, version=0x0302, table=[at + o for o in offsets])
-    add("inventory-one-record-50000-times", table_at(LONG.record(name, b""), [0] * 50000))
-    headers = 40000
+
+    # `info` reads one long class name over and over: one record named by 50,000 entries, and
+    # entries at every header of a chain of names nested in each other.
+    name, headers = b"N" * (1 << 20), 40000
     chain = b"".join(b"\0" + u16(-101) + u32(len(name) + 1 + 7 * (headers - 1 - k))
                      for k in range(headers)) + name + b"\0"
-    add("inventory-nested-names", table_at(chain, range(0, 7 * headers, 7)))
-
-    # A progressive JPEG whose 50,000 scans each code nothing, yet cost a pass over the picture.
-    add("jpeg-50000-empty-scans", document(LONG, [preview(LONG, [LONG.item(0, information(
-        1448, 1448)), inline_picture(LONG, progressive_jpeg(1448, 50000), kind=2)])]))
-    return cases
+    counts32, counts64 = ((1 << 31) - 1, 1 << 31, 0xFFFFFFFF), (1 << 31, 1 << 62, (1 << 63) - 1)
+    dictionary_count = lambda n: LONG.record(b"GSObjectDictionaryObject", LONG.chunk([  # noqa
+        LONG.item(1, LONG.chunk([LONG.item(1, u32(n) + b"\0" * 8)]))]))
+    return [
+        ("control-v2-inline", document(LONG, [good])),
+        ("control-v2-record", in_record(LONG, picture_record(LONG, image, w, h), False)),
+        *[("control-v3-%s-record" % f.label, in_record(f, picture_record(f, image, w, h)))
+          for f in forms],
+        *[("control-v3-%s-inline" % f.label, in_preview(f, inline_picture(f, image), table=[]))
+          for f in forms],
+        # Negative lengths: a skip that does not move forward, or moves back onto its header.
+        *[row for n in (-1, -8, -9, -(1 << 31)) for row in (
+            ("negative-top-item%d" % n, document(LONG, [LONG.item(12, b"abcd", length=n), good])),
+            ("negative-preview-item%d" % n, document(LONG, [preview(LONG, [
+                LONG.item(5, b"abcd", length=n), inline_picture(LONG, image)])])))],
+        *[("negative-byte-item%d" % n, document(BYTE, [BYTE.item(12, b"abcd", length=n), preview(
+            BYTE, [inline_picture(BYTE, image)])], table=[])) for n in (-1, -9, -(1 << 62))],
+        ("negative-picture-count", in_preview(LONG, inline_picture(LONG, image, count=-1))),
+        ("negative-string-length", in_record(LONG, named(LONG, -5), False)),
+        # Counts of 2^31 - 1 (the largest 4-byte count), 2^31, 2^32 - 1, 2^62 and 2^63 - 1.
+        *[row for n in counts32 for row in (
+            ("count-inline-%x" % n, in_preview(LONG, inline_picture(LONG, image, count=n))),
+            ("count-record-%x" % n, in_record(LONG, picture_record(LONG, image, w, h, n), False)),
+            ("count-string-%x" % n, in_record(LONG, named(LONG, n), False)),
+            ("count-dictionary-%x" % n, in_record(LONG, dictionary_count(n), False)),
+            ("count-table-%x" % n, document(LONG, [good], version=0x0300, table=[0],
+                                            table_count=n)))],
+        *[row for n in counts64 for row in (
+            ("count-byte-inline-%x" % n, in_preview(BYTE, inline_picture(BYTE, image, count=n),
+                                                    table=[])),
+            ("count-byte-record-%x" % n, in_record(BYTE, picture_record(BYTE, image, w, h, n))),
+            ("count-byte-string-%x" % n, in_record(BYTE, named(BYTE, n))),
+            *[("count-byte-%s-%x" % (c.decode(), n), in_record(BYTE, array_block(c, n)))
+              for c in (b"GSBufferObject", b"GSLongArrayObject", b"GSFloatArrayObject")])],
+        *[("size-%x-%x" % (x & 0xFFFFFFFF, y & 0xFFFFFFFF), document(LONG, [preview(LONG, [
+            LONG.item(0, information(x, y)), inline_picture(LONG, image)])]))
+          for x, y in ((0x7FFFFFFF, 0x7FFFFFFF), (-1, -1), (0x7FFFFFFF, 1), (1, -0x80000000))],
+        # Object merging started by an array block inside a document that merges already, and in
+        # one that does not (then with a table header of its own).
+        ("array-merging-v302", merging_block(0x0302, True)),
+        ("array-merging-v200", merging_block(0x0200, False)),
+        *[row for f in forms for row in self_references(f)],
+        # A table offset that points back into the header.
+        *[("table-offset-backwards-%s" % f.label, in_preview(f, inline_picture(f, image),
+                                                             table=[0], table_offset=-12))
+          for f in forms],
+        # Nesting deeper than the readers' limit, and far deeper than a stack could take.
+        *[("nesting-%s%d" % ("byte-" if f.byte_form else "", depth), nesting(f, depth))
+          for depth in (65, 100, 20000) for f in forms],
+        ("inventory-one-record-50000-times", inventory(LONG.record(name, b""), [0] * 50000)),
+        ("inventory-nested-names", inventory(chain, range(0, 7 * headers, 7))),
+        # 50,000 scans that each code nothing, yet cost a pass over the picture.
+        ("jpeg-50000-empty-scans", document(LONG, [preview(LONG, [
+            LONG.item(0, information(1448, 1448)),
+            inline_picture(LONG, progressive_jpeg(1448, 50000), kind=2)])])),
+    ]
 
 
 def truncations(tool, work, image):
     """Every prefix of small documents written by the tool itself, in three layouts."""
-    cases = []
-    picture = os.path.join(work, "picture.png")
-    with open(picture, "wb") as f:
-        f.write(image)
+    cases, picture, out = [], Path(work, "picture.png"), Path(work, "made.etd")
+    picture.write_bytes(image)
     for options in (["--version", "3.2", "--form", "byte", "--store", "record"],
                     ["--version", "3.2", "--form", "long", "--store", "system-record"],
                     ["--version", "2.0", "--store", "inline"]):
-        out = os.path.join(work, "made.etd")
         subprocess.run([tool, "create"] + options + [picture, out], check=True)
-        with open(out, "rb") as f:
-            whole = f.read()
-        label = "-".join(options[1::2])
-        cases.append(("created-" + label, whole, True))
-        for n in range(len(whole)):
-            cases.append(("cut-%s-at-%d" % (label, n), whole[:n], False))
+        whole, label = out.read_bytes(), "-".join(options[1::2])
+        cases += [("created-" + label, whole)] + [
+            ("cut-%s-at-%d" % (label, n), whole[:n]) for n in range(len(whole))]
     return cases
 
 
 def bit_flips(source, variants=30):
-    """The samples in examples/ with 1 to 8 bits flipped: half of them in the first 512 bytes,
-    where the headers, chunk structure and object records are."""
-    rng = random.Random(SEED)
-    cases = []
-    folder = os.path.join(source, "examples")
-    for name in sorted(os.listdir(folder)):
-        with open(os.path.join(folder, name), "rb") as f:
-            original = f.read()
+    """examples/ with 1 to 8 bits flipped, half in the first 512 bytes (headers and records)."""
+    rng, cases = random.Random(20240501), []  # fixed: a failure can be replayed
+    for sample in sorted(Path(source, "examples").iterdir()):
         for v in range(variants):
-            data = bytearray(original)
+            data = bytearray(sample.read_bytes())
             for _ in range(rng.randint(1, 8)):
                 span = min(len(data), 512) if rng.random() < 0.5 else len(data)
                 data[rng.randrange(span)] ^= 1 << rng.randrange(8)
-            cases.append(("flip-%s-%d" % (name, v), bytes(data), False))
+            cases.append(("flip-%s-%d" % (sample.name, v), bytes(data)))
     return cases
 
 
-Run = collections.namedtuple("Run", "name command status signal seconds cpu rss_kb stderr")
+Run = collections.namedtuple("Run", "name command status why seconds cpu rss_kb")
 
 
-def run_all(tool, jobs, parallel, work, timeout):
-    """Runs every (name, command, path) job, `parallel` at a time, and returns the Runs."""
-    env = dict(os.environ)
-    # A sanitizer report must end the run with a signal, never with an ordinary status.
-    env["ASAN_OPTIONS"] = env.get("ASAN_OPTIONS", "") + ":abort_on_error=1"
-    env["UBSAN_OPTIONS"] = env.get("UBSAN_OPTIONS", "") + ":halt_on_error=1:abort_on_error=1"
-    pending = collections.deque(jobs)
-    running = {}
-    results = []
-    slots = list(range(parallel))
+def run_all(tool, work, timeout, jobs):
+    """Runs (control, name, command, path) two at a time, each killed past `timeout`; from one
+    thread, as threads would each take address space under the limit."""
+    pending, running, killed, results = collections.deque(jobs), {}, set(), []
     while pending or running:
-        while pending and slots:
-            slot = slots.pop()
-            name, command, path = pending.popleft()
-            argv = [tool, command, path]
-            if command == "thumbnail":
-                argv.append(os.path.join(work, "out-%d.png" % slot))
-            else:
-                argv.insert(2, "--json")  # which also takes stock of the object table
-            err = open(os.path.join(work, "err-%d" % slot), "w+")
-            process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                       stderr=err, env=env)
-            running[process.pid] = (name, command, process, err, slot, time.monotonic(), False)
-        pid, status, usage = os.wait4(-1, os.WNOHANG)
-        if pid == 0:
-            now = time.monotonic()
-            for key, (name, command, process, err, slot, start, killed) in list(running.items()):
-                if not killed and now - start > timeout:
-                    os.kill(key, signal.SIGKILL)
-                    running[key] = (name, command, process, err, slot, start, True)
-            time.sleep(0.002)
+        if pending and len(running) < 2:
+            control, name, command, path = pending.popleft()
+            argv = ([tool, "thumbnail", path, path + ".png"] if command == "thumbnail"
+                    else [tool, "info", "--json", path])  # which takes stock of the object table
+            err = tempfile.TemporaryFile("w+", dir=work)
+            process = subprocess.Popen(argv, stdin=subprocess.DEVNULL,
+                                       stdout=subprocess.DEVNULL, stderr=err)
+            running[process.pid] = (process, err, time.monotonic(), control, name, command)
             continue
-        name, command, process, err, slot, start, killed = running.pop(pid)
-        process.returncode = status  # reaped here, not by Popen
+        pid, status, usage = os.wait4(-1, os.WNOHANG)  # reaped here, not by Popen
+        if pid == 0:
+            for late in [p for p in running if p not in killed
+                         and time.monotonic() - running[p][2] > timeout]:
+                os.kill(late, signal.SIGKILL)
+                killed.add(late)
+            time.sleep(0.001)
+            continue
+        process, err, start, control, name, command = running.pop(pid)
+        process.returncode = status
         err.seek(0)
-        stderr = err.read()
-        err.close()
-        slots.append(slot)
-        results.append(Run(name, command,
-                           "timeout" if killed else
-                           os.WEXITSTATUS(status) if os.WIFEXITED(status) else
-                           "signal %d" % os.WTERMSIG(status),
-                           os.WTERMSIG(status) if os.WIFSIGNALED(status) else 0,
-                           time.monotonic() - start, usage.ru_utime + usage.ru_stime,
-                           usage.ru_maxrss, stderr))
+        stderr = err.read().strip()  # and the file goes with its last reference
+        code = os.WEXITSTATUS(status) if os.WIFEXITED(status) else None
+        outcome = ("timeout" if pid in killed else code if code is not None else
+                   "signal " + signal.Signals(os.WTERMSIG(status)).name)
+        bad = [line for line in stderr.splitlines() if any(m in line for m in BAD_MESSAGES)]
+        why = (outcome if pid in killed or code is None else
+               "exit status %d" % code if code not in (0, 1, 2) else
+               "limit or sanitizer: " + bad[-1][:200] if bad else
+               "a well-formed document gave status %d: %s" % (code, stderr) if control and code
+               else None)
+        results.append(Run(name, command, outcome, why, time.monotonic() - start,
+                           usage.ru_utime + usage.ru_stime, usage.ru_maxrss))
     return results
 
 
-def verdict(run, control):
-    """Why a run failed, or None."""
-    if run.status == "timeout":
-        return "timeout"
-    if run.signal:
-        return "killed by signal %d (%s)" % (run.signal, signal.Signals(run.signal).name)
-    if run.status not in (0, 1, 2):
-        return "exit status %d" % run.status
-    for message in BAD_MESSAGES:
-        if message in run.stderr:
-            return "limit or sanitizer: " + run.stderr.strip().splitlines()[-1][:200]
-    if control and run.status != 0:
-        return "a well-formed document gave status %d: %s" % (run.status, run.stderr.strip())
-    return None
-
-
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    parser.add_argument("tool")
-    parser.add_argument("source")
-    parser.add_argument("--sanitized", action="store_true")
-    parser.add_argument("--memory-mb", type=int, default=256)
-    parser.add_argument("--seconds", type=float, default=2.0)
-    parser.add_argument("--jobs", type=int, default=2, help="runs at a time")
-    options = parser.parse_args()
-    tool = os.path.abspath(options.tool)
-    timeout = options.seconds * (5 if options.sanitized else 1)
+    tool, source, sanitized = os.path.abspath(sys.argv[1]), sys.argv[2], "--sanitized" in sys.argv
+    timeout = 10.0 if sanitized else 2.0
     started = time.monotonic()
 
     work = tempfile.mkdtemp(prefix="et-hostile-")
-    image = png(4, 3)
-    cases = crafted(image) + truncations(tool, work, image) + bit_flips(options.source)
-    controls = {name for name, _, control in cases if control}
-    documents = os.path.join(work, "documents")
-    os.makedirs(documents)
-    jobs = []
-    for name, data, _ in cases:
-        path = os.path.join(documents, name + ".etd")
-        with open(path, "wb") as f:
-            f.write(data)
-        jobs += [(name, "thumbnail", path), (name, "info", path)]
+    cases = crafted(png(4, 3)) + truncations(tool, work, png(4, 3)) + bit_flips(source)
+    controls = {name for name, _ in cases if name.startswith(("control-", "created-"))}
+    for name, data in cases:
+        Path(work, name + ".etd").write_bytes(data)
 
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    if not options.sanitized:
-        limit = options.memory_mb << 20
-        resource.setrlimit(resource.RLIMIT_AS, (limit, limit))
-    results = run_all(tool, jobs, options.jobs, work, timeout)
+    if not sanitized:
+        resource.setrlimit(resource.RLIMIT_AS, (256 << 20, 256 << 20))
+    for variable in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):  # a report ends the run with a signal
+        os.environ[variable] = os.environ.get(variable, "") + ":abort_on_error=1"
+    results = run_all(tool, work, timeout, [
+        (name in controls, name, command, str(Path(work, name + ".etd")))
+        for name, _ in cases for command in ("thumbnail", "info")])
 
-    failures = [(r, why) for r in results if (why := verdict(r, r.name in controls))]
-    worst_cpu = max(results, key=lambda r: r.cpu)
-    worst_wall = max(results, key=lambda r: r.seconds)
-    worst_rss = max(results, key=lambda r: r.rss_kb)
-    def count(*prefixes):
-        return sum(1 for name, _, control in cases if not control and name.startswith(prefixes))
-
-    print("%d documents (%d well-formed controls, %d crafted, %d truncations, %d with flipped "
-          "bits), %d runs in %.1f s" % (len(cases), len(controls),
-                                        len(cases) - len(controls) - count("cut-", "flip-"),
-                                        count("cut-"), count("flip-"), len(results),
-                                        time.monotonic() - started))
-    print("limits: %s, %.1f s per run" % ("no memory limit (sanitizer build)" if options.sanitized
-                                           else "RLIMIT_AS %d MB" % options.memory_mb, timeout))
-    print("slowest: %.3f s (%s %s); most processor time: %.3f s (%s %s)"
-          % (worst_wall.seconds, worst_wall.command, worst_wall.name, worst_cpu.cpu,
-             worst_cpu.command, worst_cpu.name))
-    print("largest peak resident memory: %.1f MB (%s %s; the count includes this script's own "
-          "pages shared at the start of each run)" % (worst_rss.rss_kb / 1024, worst_rss.command,
-                                                      worst_rss.name))
-    statuses = collections.Counter((r.command, r.status) for r in results)
+    failures = [r for r in results if r.why]
+    print("%d documents (%d controls), %d runs in %.1f s, at most %.1f s%s each" % (
+        len(cases), len(controls), len(results), time.monotonic() - started, timeout,
+        "" if sanitized else " and 256 MB"))
+    for what in ("seconds", "cpu", "rss_kb"):  # peak resident memory counts this script's pages
+        worst = max(results, key=lambda r: getattr(r, what))
+        print("most %s: %g (%s %s)" % (what, getattr(worst, what), worst.command, worst.name))
     print("statuses: " + ", ".join("%s %s: %d" % (c, s, n) for (c, s), n in sorted(
-        statuses.items(), key=lambda item: str(item[0]))))
-    if failures:
-        kept = os.path.join(tempfile.gettempdir(), "et-hostile-failures")
-        os.makedirs(kept, exist_ok=True)
-        for run, why in failures[:50]:
-            print("FAIL: %s %s: %s" % (run.command, run.name, why))
-            shutil.copy(os.path.join(documents, run.name + ".etd"), kept)
-        if len(failures) > 50:
-            print("... and %d more" % (len(failures) - 50))
-        print("the failing documents are in " + kept)
+        collections.Counter((r.command, r.status) for r in results).items(), key=str)))
+    kept = Path(tempfile.gettempdir(), "et-hostile-failures")
+    for failure in failures[:50]:  # the documents kept for a replay
+        print("FAIL: %s %s: %s (in %s)" % (failure.command, failure.name, failure.why, kept))
+        kept.mkdir(exist_ok=True)
+        shutil.copy(Path(work, failure.name + ".etd"), kept)
     shutil.rmtree(work, ignore_errors=True)
     return 1 if failures else 0
 

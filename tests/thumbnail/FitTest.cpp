@@ -1,5 +1,5 @@
-// FitTest.cpp - the fit rule: the exact fitted size, and its whole-pixel form. The shapes the
-// thumbnailer gives whole documents are in tests/cli.
+// FitTest.cpp - the fit rule: the exact fitted size, its whole-pixel form, and the sizes that
+// have no fit. The shapes the thumbnailer gives whole documents are in tests/cli.
 #include "GSThumbnailFit.h"
 
 #include <gtest/gtest.h>
@@ -20,32 +20,25 @@ TEST(Fit, KeepsTheAspectFillsOneSideAndRoundsToWholePixels) {
         {1, 100000, 64, 64, 0.00064, 64, 1, 64},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message()
-                     << c.w << " x " << c.h << " into " << c.maxWidth << " x " << c.maxHeight);
-        GSFittedSize fitted{-1, -1};
+        SCOPED_TRACE(testing::Message() << c.w << " x " << c.h << " into " << c.maxWidth);
+        GSFittedSize fitted;
         ASSERT_TRUE(GSFitPreview(c.w, c.h, c.maxWidth, c.maxHeight, &fitted));
         EXPECT_DOUBLE_EQ(fitted.width, c.width);
         EXPECT_DOUBLE_EQ(fitted.height, c.height);
-        GSTSize<int> pixels = GSFittedPixelSize(fitted);
-        EXPECT_EQ(pixels.width, c.pixelWidth);
-        EXPECT_EQ(pixels.height, c.pixelHeight);
+        EXPECT_EQ(GSFittedPixelSize(fitted), (GSTSize<int>{c.pixelWidth, c.pixelHeight}));
     }
-}
 
-TEST(Fit, EmptyNegativeOrUnboundedSizesDoNotFit) {
+    // Empty, negative (both too: their product is positive) or unbounded sizes have no fit.
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
-    struct Case {
-        double w, h, maxWidth, maxHeight;
-    } cases[] = {
+    const double noFit[][4] = {
         {0, 240, 128, 128},     {320, 0, 128, 128},   {-320, 240, 128, 128}, {320, -240, 128, 128},
         {-320, -240, 128, 128}, {320, 240, 0, 128},   {320, 240, 128, -1},   {nan, 240, 128, 128},
         {320, 240, nan, 128},   {inf, 240, 128, 128},
     };
-    for (const Case& c : cases) {
-        GSFittedSize fitted{-7, -7};
-        EXPECT_FALSE(GSFitPreview(c.w, c.h, c.maxWidth, c.maxHeight, &fitted))
-            << c.w << " x " << c.h << " into " << c.maxWidth << " x " << c.maxHeight << " gave "
-            << fitted.width << " x " << fitted.height;
+    for (const auto& c : noFit) {
+        GSFittedSize fitted;
+        EXPECT_FALSE(GSFitPreview(c[0], c[1], c[2], c[3], &fitted))
+            << c[0] << " x " << c[1] << " into " << c[2] << " x " << c[3];
     }
 }
