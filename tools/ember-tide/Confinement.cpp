@@ -161,6 +161,15 @@ int applyLandlock(const Confinement& confinement, std::string* why) {
         paths.push_back({"/proc", kReadFiles | kListFolders});
         paths.push_back({"/proc/self/exe", kReadFiles});
     }
+#if defined(ET_COVERAGE)
+    // A coverage build writes its counts (.gcda files) at exit, beneath its build folder or
+    // beneath GCOV_PREFIX when that is set, creating the folders they go in: without these
+    // rights every confined command would show as never run. Such builds measure the tests and
+    // are never shipped.
+    const char* prefix = std::getenv("GCOV_PREFIX");
+    for (const char* counts : {ET_COVERAGE_DIR, prefix})
+        if (counts && *counts) paths.push_back({counts, kReadFiles | kWriteFiles | kMakeFolders});
+#endif
     for (const ConfinedPath& path : paths) {
         FileDescriptor fd(::open(path.path.c_str(), O_PATH | O_CLOEXEC));
         struct stat st;
