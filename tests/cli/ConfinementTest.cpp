@@ -11,17 +11,15 @@
 #include "RunTool.h"
 #include "SampleImages.h"
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <map>
 #include <sstream>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <tuple>
 #include <unistd.h>
 
 using namespace testing_support;
@@ -35,31 +33,15 @@ constexpr bool kSanitizerBuild = true;
 constexpr bool kSanitizerBuild = false;
 #endif
 
-int landlockABI() {
-#if defined(SYS_landlock_create_ruleset)
-    long abi = ::syscall(SYS_landlock_create_ruleset, nullptr, 0, 1u);
-#else
-    long abi = ::syscall(444, nullptr, 0, 1u);
+// Both mechanisms in the kernel: Landlock (its ABI version asked for) and seccomp (without it,
+// asking for the mode fails with EINVAL).
+bool kernelConfines() {
+#if !defined(SYS_landlock_create_ruleset)
+#define SYS_landlock_create_ruleset 444
 #endif
-    return abi > 0 ? static_cast<int>(abi) : 0;
+    return ::syscall(SYS_landlock_create_ruleset, nullptr, 0, 1u) > 0 &&
+           (::prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0 || errno != EINVAL);
 }
-
-bool seccompFilters() {
-    // Without seccomp in the kernel, asking for the mode fails with EINVAL.
-    return ::prctl(PR_GET_SECCOMP, 0, 0, 0, 0) >= 0 || errno != EINVAL;
-}
-
-// Sets an environment variable for the tools started while it lives.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value) : name(name) {
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedVariable() { ::unsetenv(name); }
-
-private:
-    const char* name;
-};
 
 // The tool's probe line as key=value pairs (empty when it printed none).
 std::map<std::string, std::string> probe(const ToolRun& run) {
@@ -74,92 +56,63 @@ std::map<std::string, std::string> probe(const ToolRun& run) {
     return values;
 }
 
-class Confinement : public testing::Test {
+class Confinement : public ToolTest {
 protected:
     void SetUp() override {
 #if !defined(ET_TEST_HOOKS)
         GTEST_SKIP() << "ember-tide was built without test hooks (a release build)";
 #endif
-        jpeg = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85);
         writeDocument(path("in/doc.etd"), jpeg);
         for (const char* name : {"elsewhere", "out"})
             fs::create_directories(path(name));
         for (const char* name : {"in/sibling.txt", "elsewhere/secret.txt", "out/placed.txt"})
             writeFile(path(name), {'s'});
     }
-
-    // The confinement tests need both mechanisms in the kernel.
-    static bool kernelConfines() {
-        return landlockABI() > 0 && seccompFilters();
-    }
-
-    std::string path(const std::string& name) const {
-        return folder.path(name);
-    }
-
     static void expectPNG(const std::string& file, int width, int height) {
         samples::Picture picture = samples::decodePNG(readFile(file));
         EXPECT_EQ(picture.width, width) << file << " (0: no whole PNG)";
         EXPECT_EQ(picture.height, height) << file;
     }
-
-    TempFolder folder;
-    Bytes jpeg;
 };
 
 } // namespace
 
-TEST_F(Confinement, ThumbnailReadsItsFileOnlyAndWritesNowhere) {
-    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
-    // What the confined process tries to read, and how that ends; writing it or beside it fails.
-    for (const auto& [probed, expected] : {std::pair{"elsewhere/secret.txt", "EACCES"},
-                                           {"in/sibling.txt", "EACCES"}, // FILE's rule: FILE only
-                                           {"out/placed.txt", "EACCES"}, // OUT: its descriptor
-                                           {"in/doc.etd", "ok"}}) {      // what it may do, it can
-        SCOPED_TRACE(probed);
-        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(probed));
-        ToolRun r = runTool({"thumbnail", "-s", "32", path("in/doc.etd"), path("out/t.png")});
-        ASSERT_EQ(r.status, 0) << r.err;
-        auto seen = probe(r);
-        EXPECT_EQ(seen["open"], expected) << r.err;
-        EXPECT_EQ(seen["write"] + seen["create"], "EACCESEACCES") << r.err;
-        expectPNG(path("out/t.png"), 32, 24);
-    }
-}
-
-// Each thing that the confined thumbnailer must not do, tried from inside it with a terminal as
-// standard input and OUT's folder beside it.
-TEST_F(Confinement, ThumbnailIsDeniedEachEscape) {
+// What the confined thumbnailer tries to read, and how that ends; writing it or making a file
+// beside it fails, and so does each call it must not make, with a terminal as standard input.
+TEST_F(Confinement, ThumbnailReadsItsFileOnlyAndIsDeniedEachEscape) {
     if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
     const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_GE(terminal, 0);
     ASSERT_EQ(::unlockpt(terminal), 0);
-    ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("out/placed.txt"));
-    ToolRun r = runToolAfter(std::string("exec <") + ::ptsname(terminal),
-                             {"thumbnail", path("in/doc.etd"), path("out/t.png")});
+    const std::string fromTerminal = std::string("exec <") + ::ptsname(terminal);
+    const std::vector<std::string> absolute = {"thumbnail", "-s", "32", path("in/doc.etd"),
+                                               path("out/t.png")};
+    const std::vector<std::string> relative = {"thumbnail", "-s", "32", "doc.etd", "t.png"};
+    // FILE's rule is made from the path as given: relative paths too.
+    for (const auto& [probed, expected, args] :
+         {std::tuple{"elsewhere/secret.txt", "EACCES", absolute},
+          {"in/sibling.txt", "EACCES", absolute}, // FILE's rule: FILE only
+          {"out/placed.txt", "EACCES", absolute}, // OUT: its descriptor only
+          {"in/doc.etd", "ok", absolute},         // what it may do, it can
+          {"elsewhere/secret.txt", "EACCES", relative}}) {
+        SCOPED_TRACE(probed + std::string(args == relative ? ", relative" : ""));
+        ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path(probed));
+        ToolRun r =
+            runToolAfter(fromTerminal + (args == relative ? " && cd " + path("in") : ""), args);
+        ASSERT_EQ(r.status, 0) << r.err;
+        auto seen = probe(r);
+        EXPECT_EQ(seen["open"], expected) << r.err;
+        EXPECT_EQ(seen["write"] + seen["create"], "EACCESEACCES") << r.err;
+        for (const char* call :
+             {"socket", "fork",
+              "io_uring",          // a ring's socket and connect operations pass no filter
+              "tiocsti",           // type into the terminal
+              "tioclinux",         // paste a console's selection
+              "unshare", "clone"}) // a user namespace, all-powerful inside
+            EXPECT_EQ(seen[call], "EPERM") << call << ": " << r.err;
+        expectPNG(args == relative ? path("in/t.png") : path("out/t.png"), 32, 24);
+    }
     ::close(terminal);
-    ASSERT_EQ(r.status, 0) << r.err;
-    auto seen = probe(r);
-    const std::pair<const char*, const char*> cases[] = {
-        {"write", "EACCES"},    {"create", "EACCES"}, // rewrite or make a file beside OUT
-        {"socket", "EPERM"},    {"fork", "EPERM"},
-        {"io_uring", "EPERM"},  // a ring's socket and connect operations pass no filter
-        {"tiocsti", "EPERM"},   // type into the terminal
-        {"tioclinux", "EPERM"}, // paste a console's selection
-        {"unshare", "EPERM"},   {"clone", "EPERM"}, // a user namespace, all-powerful inside
-    };
-    for (const auto& [call, expected] : cases)
-        EXPECT_EQ(seen[call], expected) << call << ": " << r.err;
-}
-
-// Relative paths: FILE's rule is made from the path as given.
-TEST_F(Confinement, ThumbnailWithRelativePaths) {
-    if (!kernelConfines()) GTEST_SKIP() << "no Landlock or no seccomp in this kernel";
-    ScopedVariable hook("EMBER_TIDE_TEST_PROBE", path("elsewhere/secret.txt"));
-    ToolRun r = runToolAfter("cd " + path("in"), {"thumbnail", "doc.etd", "r.png"});
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(probe(r)["open"], "EACCES") << r.err;
-    expectPNG(path("in/r.png"), 256, 192);
 }
 
 TEST_F(Confinement, CacheReadsItsTreesAndWritesTheCacheOnly) {
@@ -167,7 +120,6 @@ TEST_F(Confinement, CacheReadsItsTreesAndWritesTheCacheOnly) {
     writeDocument(path("a/one.etd"), jpeg);
     writeDocument(path("a/deep/two.etd"), jpeg);
     writeDocument(path("b/three.etd"), jpeg);
-    ScopedVariable cacheHome("XDG_CACHE_HOME", path("cache"));
     fs::create_directories(path("cache/thumbnails"));
     writeFile(path("cache/thumbnails/placed.txt"), {'s'});
     // What the confined process tries to read, how that ends, and how writing it or beside it does.

@@ -1,11 +1,12 @@
-// RunTool.cpp - child processes with stdout and stderr sent to files.
+// RunTool.cpp - child processes with stdout and stderr sent to files; the command tests' folder.
 #include "RunTool.h"
 
 #include "EmberTideDocumentWriter.h"
+#include "SampleImages.h"
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -66,4 +67,31 @@ void writeDocument(const std::string& path, const Bytes& picture, int kind, int 
     ASSERT_EQ(EmberTideWriteDocument(&m.file, preview, EmberTideDocumentOptions()), 0);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     writeFile(path, m.bytes());
+}
+
+ScopedVariable::ScopedVariable(const char* name, const std::string& value) : name(name) {
+    ::setenv(name, value.c_str(), 1);
+}
+
+ScopedVariable::~ScopedVariable() {
+    ::unsetenv(name);
+}
+
+ToolTest::ToolTest()
+    : jpeg(samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85)),
+      png(samples::encodePNG(samples::drawLandscape(40, 30, true))),
+      cacheHome("XDG_CACHE_HOME", folder.path("cache")) {
+    writeFile(path("pic.jpg"), jpeg);
+    writeFile(path("pic.png"), png);
+}
+
+std::string ToolTest::strays(const std::set<std::string>& also) const {
+    std::set<std::string> sorted;
+    for (auto& e : std::filesystem::directory_iterator(folder.root()))
+        if (!inputs.count(e.path().filename()) && !also.count(e.path().filename()))
+            sorted.insert(e.path().filename());
+    std::string list;
+    for (const auto& name : sorted)
+        list += name + " ";
+    return list;
 }

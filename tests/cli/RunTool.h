@@ -1,9 +1,11 @@
 // RunTool.h - runs the built ember-tide (or any program) and captures what it printed and its
-// exit status; writes documents around a given picture.
+// exit status; writes documents around a given picture; the folder every command test works in.
 #pragma once
 
 #include "TestSupport.h"
 
+#include <gtest/gtest.h>
+#include <set>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -13,6 +15,7 @@ struct ToolRun {
     int signal = 0;  // the signal that killed it, or 0
     std::string out;
     std::string err;
+    testing_support::Bytes outBytes() const { return {out.begin(), out.end()}; }
 };
 
 ToolRun runTool(const std::vector<std::string>& args);
@@ -29,3 +32,31 @@ ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err)
 // whose stated size is `width` x `height`, whatever the picture's own.
 void writeDocument(const std::string& path, const testing_support::Bytes& picture, int kind = 2,
                    int width = 64, int height = 48);
+
+// Sets an environment variable for the tools started while it lives.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value);
+    ~ScopedVariable();
+    ScopedVariable(const ScopedVariable&) = delete;
+    ScopedVariable& operator=(const ScopedVariable&) = delete;
+
+private:
+    const char* name;
+};
+
+// A folder holding pic.jpg (an opaque 64 x 48 JPEG) and pic.png (a transparent 40 x 30 PNG),
+// with the desktop's cache kept inside it (cache/).
+class ToolTest : public testing::Test {
+protected:
+    ToolTest();
+    std::string path(const std::string& name) const { return folder.path(name); }
+    // The sorted names in the folder that are neither in `inputs` nor in `also`: outputs, backups
+    // or temporary files left behind.
+    std::string strays(const std::set<std::string>& also = {}) const;
+
+    testing_support::TempFolder folder;
+    testing_support::Bytes jpeg, png;
+    std::set<std::string> inputs = {"pic.jpg", "pic.png"};
+    ScopedVariable cacheHome;
+};

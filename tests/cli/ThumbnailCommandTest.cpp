@@ -3,11 +3,8 @@
 #include "RunTool.h"
 #include "SampleImages.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <filesystem>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,36 +12,18 @@ using namespace testing_support;
 
 namespace {
 
-// doc.etd: a 64 x 48 JPEG, made by `create`; alpha.etd: a transparent 40 x 30 PNG.
-class ThumbnailCommand : public testing::Test {
+// doc.etd: the 64 x 48 JPEG, made by `create`; alpha.etd: the transparent 40 x 30 PNG.
+class ThumbnailCommand : public ToolTest {
 protected:
     void SetUp() override {
-        jpeg = samples::encodeJPEG(samples::drawLandscape(64, 48, false), 85);
-        png = samples::encodePNG(samples::drawLandscape(40, 30, true));
-        writeFile(path("pic.jpg"), jpeg);
-        writeFile(path("pic.png"), png);
         ASSERT_EQ(runTool({"create", path("pic.jpg"), path("doc.etd")}).status, 0);
         ASSERT_EQ(runTool({"create", path("pic.png"), path("alpha.etd")}).status, 0);
+        inputs.insert({"doc.etd", "alpha.etd"});
     }
-
-    std::string path(const std::string& name) const { return folder.path(name); }
     void addDocument(const std::string& name, const Bytes& picture, int kind, int w, int h) {
         writeDocument(path(name), picture, kind, w, h);
         inputs.insert(name);
     }
-
-    // Everything in the folder besides the inputs: no output, no temporary file.
-    std::string strays() const {
-        std::string list;
-        for (auto& e : std::filesystem::directory_iterator(folder.root()))
-            if (!inputs.count(e.path().filename().string()))
-                list += e.path().filename().string() + " ";
-        return list;
-    }
-
-    TempFolder folder;
-    Bytes jpeg, png;
-    std::set<std::string> inputs = {"pic.jpg", "pic.png", "doc.etd", "alpha.etd"};
 };
 
 } // namespace
