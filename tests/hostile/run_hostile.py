@@ -236,7 +236,8 @@ def main():
         worst = max(results, key=lambda r: getattr(r, what))
         print("most %s: %g (%s %s)" % (what, getattr(worst, what), worst.command, worst.name))
     print("statuses: " + ", ".join("%s %s: %d" % (c, s, n) for (c, s), n in sorted(
-        collections.Counter((r.command, r.status) for r in results).items(), key=str)))
+        collections.Counter((r.command, r.status) for r in results).items(), key=str))
+          + "; %d failed runs" % len(failures))
     kept = Path(tempfile.gettempdir(), "et-hostile-failures")
     for failure in failures[:50]:  # the documents kept for a replay
         print("FAIL: %s %s: %s (in %s)" % (failure.command, failure.name, failure.why, kept))
