@@ -59,6 +59,8 @@ TEST(ThumbnailCacheRoot, FollowsTheXDGRules) {
         xdg ? ::setenv("XDG_CACHE_HOME", xdg, 1) : ::unsetenv("XDG_CACHE_HOME");
         EXPECT_EQ(GSThumbnailCacheRoot(), root) << (xdg ? xdg : "unset");
     }
+    ::setenv("HOME", "/home/someone", 1);
+    EXPECT_EQ(GSThumbnailCacheRoot(), fallback) << "HOME without the slash";
     savedCache ? ::setenv("XDG_CACHE_HOME", cache.c_str(), 1) : ::unsetenv("XDG_CACHE_HOME");
     savedHome ? ::setenv("HOME", home.c_str(), 1) : ::unsetenv("HOME");
 }
