@@ -59,7 +59,7 @@ TEST_F(ThumbnailCommand, SizeFollowsTheDocument) {
     EXPECT_EQ(strays(), "") << "left beside the output";
 }
 
-TEST_F(ThumbnailCommand, NoPictureLeavesOutEmpty) {
+TEST_F(ThumbnailCommand, NoPictureLeavesAnExistingOutEmptyAndMakesNoNewOne) {
     // Undecodable pictures of either kind; which bytes a decoder refuses is RendererTest's part.
     ASSERT_EQ(runTool({"create", "--selection", path("pic.jpg"), path("sel.etd")}).status, 0);
     inputs.insert("sel.etd");
@@ -75,6 +75,8 @@ TEST_F(ThumbnailCommand, NoPictureLeavesOutEmpty) {
             << file << ": the message names the file: " << r.err;
         EXPECT_EQ(readFile(path("out.png")), Bytes{}) << file;
         EXPECT_EQ(strays(), "") << file << ": a file beside OUT";
+        EXPECT_EQ(runTool({"thumbnail", path(file), path("new.png")}).status, 1);
+        EXPECT_FALSE(std::filesystem::exists(path("new.png"))) << file << ": a new OUT was made";
     }
     // OUT naming FILE would empty the document: refused, FILE untouched.
     const Bytes document = readFile(path("doc.etd"));
