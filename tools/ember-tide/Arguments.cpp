@@ -102,4 +102,13 @@ bool pathsFromOperands(const char* command, const ParsedArguments& parsed,
     return true;
 }
 
+bool twoPathsFromOperands(const char* command, const ParsedArguments& parsed, const char* needed,
+                          std::vector<std::string>* paths) {
+    if (parsed.operands.size() != 2) {
+        usageError(command, parsed.operands.size() < 2 ? needed : "too many arguments");
+        return false;
+    }
+    return pathsFromOperands(command, parsed, paths);
+}
+
 } // namespace tool

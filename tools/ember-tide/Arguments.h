@@ -42,4 +42,9 @@ bool pathFromArgument(const std::string& argument, std::string* path, std::strin
 bool pathsFromOperands(const char* command, const ParsedArguments& parsed,
                        std::vector<std::string>* paths);
 
+// The same for a command that takes exactly two files (FILE and OUT); `needed` names them in
+// the usage error when fewer are given.
+bool twoPathsFromOperands(const char* command, const ParsedArguments& parsed, const char* needed,
+                          std::vector<std::string>* paths);
+
 } // namespace tool

@@ -70,12 +70,8 @@ int runConvert(int argc, char** argv) {
         });
     if (!parsed.ok) return kUsage;
     if (parsed.help) return printHelp(kConvertHelp);
-    if (parsed.operands.size() != 2) {
-        usageError("convert", "IN and OUT are needed");
-        return kUsage;
-    }
     std::vector<std::string> files;
-    if (!pathsFromOperands("convert", parsed, &files)) return kUsage;
+    if (!twoPathsFromOperands("convert", parsed, "IN and OUT are needed", &files)) return kUsage;
     if (!applyLayoutForm("convert", form, &options)) return kUsage;
 
     // Everything is read, and IN closed, before OUT is opened.

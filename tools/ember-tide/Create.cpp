@@ -123,12 +123,8 @@ int runCreate(int argc, char** argv) {
         });
     if (!parsed.ok) return kUsage;
     if (parsed.help) return printHelp(kCreateHelp);
-    if (parsed.operands.size() != 2) {
-        usageError("create", "IMAGE and OUT are needed");
-        return kUsage;
-    }
     std::vector<std::string> files;
-    if (!pathsFromOperands("create", parsed, &files)) return kUsage;
+    if (!twoPathsFromOperands("create", parsed, "IMAGE and OUT are needed", &files)) return kUsage;
     if (!applyLayoutForm("create", form, &options)) return kUsage;
     if (backup && files[1] == "-") {
         usageError("create", "--backup needs an OUT file");

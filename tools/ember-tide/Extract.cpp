@@ -24,13 +24,8 @@ int runExtract(int argc, char** argv) {
     ParsedArguments parsed = parseArguments("extract", argc, argv, "", {}, nullptr);
     if (!parsed.ok) return kUsage;
     if (parsed.help) return printHelp(kExtractHelp);
-    if (parsed.operands.size() != 2) {
-        usageError("extract",
-                   parsed.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
-        return kUsage;
-    }
     std::vector<std::string> args;
-    if (!pathsFromOperands("extract", parsed, &args)) return kUsage;
+    if (!twoPathsFromOperands("extract", parsed, "FILE and OUT are needed", &args)) return kUsage;
     DocumentPreview d = readDocumentPreview(args[0]);
     if (!d.opened) {
         message(args[0], "cannot open: " + d.problem);

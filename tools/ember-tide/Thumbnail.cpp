@@ -110,13 +110,8 @@ int runThumbnail(int argc, char** argv) {
                        });
     if (!args.ok) return kUsage;
     if (args.help) return printHelp(kThumbnailHelp);
-    if (args.operands.size() != 2) {
-        usageError("thumbnail",
-                   args.operands.size() < 2 ? "FILE and OUT are needed" : "too many arguments");
-        return kUsage;
-    }
     std::vector<std::string> files;
-    if (!pathsFromOperands("thumbnail", args, &files)) return kUsage;
+    if (!twoPathsFromOperands("thumbnail", args, "FILE and OUT are needed", &files)) return kUsage;
     if (std::string problem = unreadable(files[0]); !problem.empty()) {
         message(files[0], "cannot open: " + problem);
         return kIOError;
