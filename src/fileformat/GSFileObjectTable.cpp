@@ -2,25 +2,8 @@
 #include "GSFileObjectTable.h"
 
 #include "GSFile.h"
+#include "GSFilePositionRestorer.h"
 #include "GSObject.h"
-
-#include <exception>
-
-namespace {
-
-class PositionRestorer {
-public:
-    PositionRestorer(GSFile* f, long p) : file(f), position(p) {}
-    ~PositionRestorer() noexcept { file->seek(position, 0); }
-    PositionRestorer(const PositionRestorer&) = delete;
-    PositionRestorer& operator=(const PositionRestorer&) = delete;
-
-private:
-    GSFile* file;
-    long position;
-};
-
-} // namespace
 
 GSFileObjectTable::GSFileObjectTable(long capacity, long grow) : readObjects(capacity, grow) {
     entries.reserve(static_cast<size_t>(capacity > 0 ? capacity : 0));
@@ -200,13 +183,15 @@ short GSFileObjectTable::readObject(GSObject** object) {
         if (entries[index].position < 0) return 0;
         long here = file->tell();
         if (here < 0) return 1;
+        short lost = 0;
         {
-            PositionRestorer restore(file, here);
+            GSFilePositionRestorer back(file, here);
             if (file->seek(entries[index].position, 0)) return 1;
             status = readEntry(index, object);
+            lost = back.restore();
         }
         if (status == 0) keep(*object);
-        return status;
+        return static_cast<short>(status || lost);
     }
     if (marker == 0) {
         long position = file->tell() - 1;

@@ -2,28 +2,7 @@
 #include "GSTagWrite.h"
 
 #include "GSFile.h"
-
-#include <exception>
-
-namespace {
-
-// Restores a file position when it goes out of scope; failing to restore is fatal, as the file
-// would otherwise be written in the wrong place.
-class PositionRestorer {
-public:
-    PositionRestorer(GSFile* f, long p) : file(f), position(p) {}
-    ~PositionRestorer() noexcept {
-        if (file->seek(position, 0) != 0) std::terminate();
-    }
-    PositionRestorer(const PositionRestorer&) = delete;
-    PositionRestorer& operator=(const PositionRestorer&) = delete;
-
-private:
-    GSFile* file;
-    long position;
-};
-
-} // namespace
+#include "GSFilePositionRestorer.h"
 
 GSTagWrite::GSTagWrite(GSFile* f) : file(f), worker(this) {
     worker.addReference(); // embedded: never destroyed through its reference count
@@ -61,8 +40,9 @@ short GSTagWrite::writeEnd() {
         if (lengthEnd <= 0) return 0;
         long end = file->tell();
         if (end < 0 || file->seek(lengthEnd - 8, 0)) return 1;
-        PositionRestorer restore(file, end);
-        return file->writeLongLong(end - lengthEnd);
+        GSFilePositionRestorer back(file, end);
+        short status = file->writeLongLong(end - lengthEnd);
+        return static_cast<short>(back.restore() || status);
     }
     long end = file->tell();
     if (end < 0) return 1;
@@ -77,12 +57,13 @@ short GSTagWrite::clearLengthCache() {
     if (position < 0) return 1;
     short status = 0;
     {
-        PositionRestorer restore(file, position);
+        GSFilePositionRestorer back(file, position);
         for (int i = 0; i < cacheCount && status == 0; ++i) {
             status = file->seek(cache[i].position, 0);
             if (status == 0) status = file->writeLong(static_cast<int>(cache[i].length));
         }
         cacheCount = 0;
+        if (back.restore()) status = 1;
     }
     return status;
 }

@@ -243,27 +243,15 @@ GSDate GSDateFromPlatform(long long seconds, long long nanoseconds) {
     return date;
 }
 
-// Days from 1970-01-01 to a proleptic Gregorian date (valid for every year).
-long long GSDaysFromCivil(long long year, unsigned month, unsigned day) {
-    year -= month <= 2;
-    long long era = (year >= 0 ? year : year - 399) / 400;
-    unsigned yearOfEra = static_cast<unsigned>(year - era * 400);
-    unsigned dayOfYear = (153 * (month > 2 ? month - 3 : month + 9) + 2) / 5 + day - 1;
-    unsigned dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
-    return era * 146097 + static_cast<long long>(dayOfEra) - 719468;
-}
-
 // The platform time of `date` read as UTC; false when it is no calendar date the platform's
 // date parser would take (years 1 to 9999, real days, no leap second), GSDate::invalid included.
 bool GSPlatformFromDate(const GSDate& date, struct timespec* out) {
-    static constexpr int kDaysInMonth[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    if (date.year < 1 || date.year > 9999 || date.month < 1 || date.month > 12) return false;
-    int days = kDaysInMonth[date.month - 1] + (date.month == 2 && GSDate::isLeapYear(date.year));
-    if (date.day < 1 || date.day > days || date.hour > 23 || date.minute > 59 || date.second > 59 ||
-        date.millisecond > 999)
+    if (date.year < 1 || date.year > 9999) return false;
+    if (date.day < 1 || date.day > GSDate::getDaysInMonth(date.month, date.year) ||
+        date.hour > 23 || date.minute > 59 || date.second > 59 || date.millisecond > 999)
         return false;
-    long long seconds = GSDaysFromCivil(date.year, date.month, date.day) * 86400 +
-                        date.hour * 3600 + date.minute * 60 + date.second;
+    long long seconds =
+        date.getDaysSince1970() * 86400 + date.hour * 3600 + date.minute * 60 + date.second;
     out->tv_sec = static_cast<time_t>(seconds);
     out->tv_nsec = static_cast<long>(date.millisecond) * 1000000;
     return true;

@@ -112,6 +112,22 @@ void GSDate::init(long seconds, int utc) {
                    parts.tm_min, parts.tm_sec, 0);
 }
 
+int GSDate::getDaysInMonth(int month, long long year) {
+    if (month < 1 || month > 12) return 0;
+    return __daysInMonth[month - 1] + (month == 2 && isLeapYear(year) ? 1 : 0);
+}
+
+long long GSDate::getDaysSince1970() const {
+    // Leap days before 1 January of `y`, with divisions that round down, so that the count is
+    // exact for every year of the proleptic calendar (year 0 and before too).
+    auto floorDiv = [](long long a, long long b) { return a / b - (a % b < 0 ? 1 : 0); };
+    auto leapDaysBefore = [&](long long y) {
+        return floorDiv(y - 1, 4) - floorDiv(y - 1, 100) + floorDiv(y - 1, 400);
+    };
+    return 365 * (static_cast<long long>(year) - 1970) + leapDaysBefore(year) -
+           leapDaysBefore(1970) + dayOfYear(day, month, year);
+}
+
 int GSDate::getDayOfYear() const {
     return static_cast<int>(dayOfYear(day, month, year));
 }

@@ -75,6 +75,11 @@ public:
         return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0);
     }
     static int getDaysInYear(long long year) { return isLeapYear(year) ? 366 : 365; }
+    // 28 to 31 for months 1-12; 0 for any other month.
+    static int getDaysInMonth(int month, long long year);
+    // Days from 1970-01-01 to this date in the proleptic Gregorian calendar (negative before);
+    // fields outside their ranges give no meaningful answer.
+    long long getDaysSince1970() const;
 
     bool operator==(const GSDate&) const = default;
 

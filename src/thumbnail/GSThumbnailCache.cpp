@@ -1,6 +1,7 @@
 // GSThumbnailCache.cpp - cache paths, URIs, MD5 names, reading the keys back, safe writes.
 #include "GSThumbnailCache.h"
 
+#include "GSAtomicFile.h"
 #include "GSGetThumbnail.h"
 
 #include <md5.h>
@@ -12,7 +13,6 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -24,10 +24,6 @@ const GSCacheSize kSizes[] = {
 bool keptInURI(unsigned char c) {
     if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
     return c != 0 && std::strchr("!$&'()*+,-./:=@_~", c) != nullptr;
-}
-
-std::string errorText(int error) {
-    return std::generic_category().message(error);
 }
 
 bool startsWithID(const unsigned char* head, size_t count, const char* id) {
@@ -112,17 +108,6 @@ ChunkWalk walkChunks(const unsigned char* bytes, size_t size, bool stopAtImageDa
         at += 12 + length;
     }
     return ChunkWalk::kShort;
-}
-
-bool writeAll(int fd, const unsigned char* data, size_t size) {
-    while (size > 0) {
-        ssize_t n = ::write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
 }
 
 } // namespace
@@ -243,40 +228,22 @@ bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri,
 std::string GSMakePrivateFolders(const std::string& folder) {
     if (folder.empty() || folder[0] != '/') return "not an absolute path";
     struct stat st;
-    if (::stat(folder.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? "" : errorText(ENOTDIR);
+    if (::stat(folder.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? "" : GSErrorText(ENOTDIR);
     for (size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
         std::string part = folder.substr(0, slash);
         if (!part.empty() && part.back() != '/' && ::mkdir(part.c_str(), 0700) != 0 &&
             errno != EEXIST)
-            return errorText(errno);
+            return GSErrorText(errno);
         if (slash == std::string::npos) break;
     }
-    if (::stat(folder.c_str(), &st) != 0) return errorText(errno);
-    return S_ISDIR(st.st_mode) ? "" : errorText(ENOTDIR);
+    if (::stat(folder.c_str(), &st) != 0) return GSErrorText(errno);
+    return S_ISDIR(st.st_mode) ? "" : GSErrorText(ENOTDIR);
 }
 
 std::string GSWriteCacheEntry(const std::string& folder, const std::string& name,
                               const std::vector<unsigned char>& bytes) {
-    std::string target = folder + "/" + name;
-    std::string temporary = target + ".XXXXXX";
-    int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0) return errorText(errno);
-    // mkostemp asks for 0600, but the umask may take bits away: the entry must be readable.
-    bool ok = ::fchmod(fd, 0600) == 0 && writeAll(fd, bytes.data(), bytes.size());
-    int error = errno;
-    if (::close(fd) != 0 && ok) {
-        ok = false;
-        error = errno;
-    }
-    if (ok && ::rename(temporary.c_str(), target.c_str()) != 0) {
-        ok = false;
-        error = errno;
-    }
-    if (!ok) {
-        ::unlink(temporary.c_str());
-        return errorText(error);
-    }
-    return {};
+    // Private, and not synced: a lost entry is made again on the next visit.
+    return GSWriteFileAtomically(folder + "/" + name, bytes.data(), bytes.size(), {0600, false});
 }
 
 std::vector<unsigned char> GSMakeFailureEntry(const std::string& uri, long long mtime,

@@ -2,6 +2,7 @@
 #include "CacheFiller.h"
 
 #include "CacheStop.h"
+#include "GSAtomicFile.h"
 #include "GSThumbnailRenderer.h"
 #include "GSWorkDeadline.h"
 #include "Tool.h"
@@ -23,10 +24,6 @@ constexpr const char* kMimeType = "application/x-ember-tide-document";
 // run our thumbnailer, see it fail and record the failure here itself.
 constexpr const char* kGnomeFailFolder = "gnome-thumbnail-factory";
 
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
-
 } // namespace
 
 CacheFiller::CacheFiller(const GSCacheSize* size, bool force, const std::string& cacheRoot,
@@ -46,7 +43,7 @@ std::string CacheFiller::makeFolders() const {
 CacheOutcome CacheFiller::process(const std::string& path) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
-        report(path, "cannot read: " + errorText(errno));
+        report(path, "cannot read: " + GSErrorText(errno));
         return CacheOutcome::kFailed;
     }
     struct stat st;
@@ -62,7 +59,7 @@ CacheOutcome CacheFiller::process(const std::string& path) {
     }
     ::close(fd);
     if (error) {
-        report(path, "cannot read: " + errorText(error));
+        report(path, "cannot read: " + GSErrorText(error));
         return CacheOutcome::kFailed;
     }
     if (!S_ISREG(st.st_mode) || !GSStartsAsDocument(head, static_cast<size_t>(n)))

@@ -2,6 +2,7 @@
 // written with the framework's own writer and saved safely.
 #include "Arguments.h"
 #include "EmberTideDocumentWriter.h"
+#include "GSAtomicFile.h"
 #include "GSGetThumbnail.h"
 #include "GSImageHeader.h"
 #include "GSMemPicData.h"
@@ -50,10 +51,6 @@ const char* kCreateHelp =
 // (or never start) is.
 constexpr long kMaxImageBytes = kMaxDeclaredPixels / 2 * 13; // 650 MB
 
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
-
 struct OpenFile {
     int fd;
     ~OpenFile() {
@@ -71,7 +68,7 @@ int readImage(const std::string& path, GSDynaArray<unsigned char>* bytes) {
     OpenFile file{::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)};
     struct stat st;
     if (file.fd < 0 || ::fstat(file.fd, &st) != 0)
-        return refuse(kIOError, "cannot read: " + errorText(errno));
+        return refuse(kIOError, "cannot read: " + GSErrorText(errno));
     if (S_ISDIR(st.st_mode)) return refuse(kIOError, "cannot read: is a folder");
     if (!S_ISREG(st.st_mode)) return refuse(kIOError, "cannot read: not a regular file");
     if (st.st_size > kMaxImageBytes)
@@ -83,7 +80,7 @@ int readImage(const std::string& path, GSDynaArray<unsigned char>* bytes) {
         const ssize_t n = ::read(file.fd, bytes->getMutableData() + done,
                                  static_cast<size_t>(bytes->getSize() - done));
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return refuse(kIOError, "cannot read: " + errorText(errno));
+        if (n < 0) return refuse(kIOError, "cannot read: " + GSErrorText(errno));
         if (n == 0) break; // one that shrinks, what it has
         done += n;
     }

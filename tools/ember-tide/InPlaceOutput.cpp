@@ -1,5 +1,6 @@
 // InPlaceOutput.cpp - opening, emptying and writing the thumbnailer's OUT through one descriptor.
 #include "InPlaceOutput.h"
+#include "GSAtomicFile.h"
 
 #include <cerrno>
 #include <cstring>
@@ -24,12 +25,12 @@ std::string InPlaceOutput::open(const std::string& out, const std::string& input
     const int opened =
         ::open(out.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | (create ? O_CREAT : 0), 0666);
     if (opened < 0 && errno == ENOENT && !create) return {};
-    if (opened < 0) return errno == EISDIR ? "is a folder" : std::strerror(errno);
+    if (opened < 0) return errno == EISDIR ? "is a folder" : GSErrorText(errno);
     struct stat st, in;
     if (::fstat(opened, &st) != 0) {
         const int error = errno;
         ::close(opened);
-        return std::strerror(error);
+        return GSErrorText(error);
     }
     if (S_ISREG(st.st_mode) && ::stat(input.c_str(), &in) == 0 && in.st_dev == st.st_dev &&
         in.st_ino == st.st_ino) {
@@ -39,7 +40,7 @@ std::string InPlaceOutput::open(const std::string& out, const std::string& input
     fd = opened;
     ownsFd = true;
     regular = S_ISREG(st.st_mode);
-    if (regular && ::ftruncate(fd, 0) != 0) return std::strerror(errno);
+    if (regular && ::ftruncate(fd, 0) != 0) return GSErrorText(errno);
     return {};
 }
 
@@ -61,7 +62,7 @@ std::string InPlaceOutput::write(const unsigned char* data, size_t size) {
         if (::close(fd) != 0 && !error) error = errno;
         fd = -1;
     }
-    return error ? std::strerror(error) : std::string();
+    return error ? GSErrorText(error) : std::string();
 }
 
 } // namespace tool

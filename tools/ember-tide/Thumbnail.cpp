@@ -1,6 +1,7 @@
 // Thumbnail.cpp - `ember-tide thumbnail [-s SIZE] FILE OUT`, the desktop thumbnailer's entry.
 #include "Arguments.h"
 #include "Confinement.h"
+#include "GSAtomicFile.h"
 #include "GSThumbnailRenderer.h"
 #include "InPlaceOutput.h"
 #include "Tool.h"
@@ -47,12 +48,12 @@ constexpr int kMaxThumbnailSize = 4096;
 // empty OUT. (O_NONBLOCK: a FIFO as FILE is refused, not waited on.)
 std::string unreadable(const std::string& file) {
     const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) return std::strerror(errno);
+    if (fd < 0) return GSErrorText(errno);
     struct stat st;
     const int status = ::fstat(fd, &st);
     const int error = errno;
     ::close(fd);
-    if (status != 0) return std::strerror(error);
+    if (status != 0) return GSErrorText(error);
     if (S_ISDIR(st.st_mode)) return "is a folder";
     return S_ISREG(st.st_mode) ? "" : "not a regular file";
 }
@@ -129,13 +130,13 @@ int runThumbnail(int argc, char** argv) {
     // nothing but the PNG into a pipe. This process never reads FILE; it writes OUT.
     int pipeFds[2];
     if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
-        message(files[1], std::string("cannot write: ") + std::strerror(errno));
+        message(files[1], "cannot write: " + GSErrorText(errno));
         return kIOError;
     }
     std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child < 0) {
-        message(files[0], std::string("cannot start: ") + std::strerror(errno));
+        message(files[0], "cannot start: " + GSErrorText(errno));
         return kIOError;
     }
     if (child == 0) {

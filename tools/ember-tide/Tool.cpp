@@ -1,6 +1,7 @@
 // Tool.cpp - messages, the preview look-up, version numbers and safe output files.
 #include "Tool.h"
 
+#include "GSAtomicFile.h"
 #include "GSFile.h"
 #include "GSFileSpec.h"
 #include "GSFileSpecKeys.h"
@@ -10,7 +11,6 @@
 #include "GSMemPicData.h"
 #include "GSObjectDictionary.h"
 #include "GSObjectRef.h"
-#include "GSRandom.h"
 #include "PrintableText.h"
 
 #include <cerrno>
@@ -18,7 +18,6 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,7 +41,7 @@ DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
     DocumentPreview result;
     struct stat st;
     if (::stat(path.c_str(), &st) != 0) {
-        result.problem = std::strerror(errno);
+        result.problem = GSErrorText(errno);
         return result;
     }
     if (!S_ISREG(st.st_mode)) {
@@ -57,7 +56,7 @@ DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
         errno = 0;
         GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
         if (file.open() != 0) {
-            result.problem = errno ? std::strerror(errno) : "cannot be opened";
+            result.problem = errno ? GSErrorText(errno) : "cannot be opened";
             return result;
         }
         EmberTideReadPreview(&file, &result.bytes, &kind, &infoValue, &size, &facts, selections);
@@ -144,30 +143,6 @@ int parseDocumentVersion(const std::string& text) {
     return static_cast<int>(version);
 }
 
-namespace {
-
-// Brings a folder's entries to the disk; best effort, as some file systems refuse.
-void syncFolder(const std::string& folder) {
-    int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
-
-bool writeAll(int fd, const unsigned char* data, long size) {
-    while (size > 0) {
-        ssize_t n = ::write(fd, data, static_cast<size_t>(size));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= n;
-    }
-    return true;
-}
-
-} // namespace
-
 std::string folderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     if (slash == std::string::npos) return ".";
@@ -191,63 +166,18 @@ std::string followLinks(const std::string& path) {
 }
 
 std::string writeOutputFile(const std::string& named, const unsigned char* data, long size) {
-    if (named == "-") {
-        if (!writeAll(STDOUT_FILENO, data, size)) return std::strerror(errno);
-        return {};
-    }
+    const size_t count = static_cast<size_t>(size);
+    if (named == "-") return GSWriteAll(STDOUT_FILENO, data, count) ? "" : GSErrorText(errno);
     // A link at OUT stays a link: what it leads to is written, even where that does not exist
     // yet, as `>` would do.
-    const std::string out = followLinks(named);
-    const std::string folder = folderOf(out);
-    const size_t slash = out.rfind('/');
-    const std::string name = slash == std::string::npos ? out : out.substr(slash + 1);
-    // The temporary file is opened for writing only (O_EXCL under a random name, as mkstemp
-    // would, but without its read access), so that a confined process needs no right to read
-    // anything in OUT's folder.
-    std::string temporary;
-    int fd = -1;
-    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
-        // Unpredictable, unlike the framework's generator, which starts alike in every process.
-        unsigned char random[6];
-        if (::getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random))
-            for (unsigned char& r : random)
-                r = static_cast<unsigned char>(GSRandom32() ^ static_cast<unsigned>(::getpid()));
-        char suffix[8];
-        for (int i = 0; i < 6; ++i) {
-            unsigned r = random[i] % 36u;
-            suffix[i] = static_cast<char>(r < 10 ? '0' + r : 'a' + (r - 10));
-        }
-        suffix[6] = 0;
-        temporary = folder + "/." + name + "." + suffix;
-        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                    0666); // the umask applies, as for any new file
-        if (fd < 0 && errno != EEXIST) break;
-    }
-    if (fd < 0) return std::strerror(errno);
-    // The bytes reach the disk before the name does, and the name after the rename: a power
-    // cut leaves the old file or the new one, never an empty one.
-    bool ok = writeAll(fd, data, size) && ::fsync(fd) == 0;
-    int error = errno;
-    if (::close(fd) != 0 && ok) {
-        ok = false;
-        error = errno;
-    }
-    if (ok && ::rename(temporary.c_str(), out.c_str()) != 0) {
-        ok = false;
-        error = errno;
-    }
-    if (!ok) {
-        ::unlink(temporary.c_str());
-        return std::strerror(error);
-    }
-    syncFolder(folder);
-    return {};
+    return GSWriteFileAtomically(followLinks(named), data, count);
 }
 
 namespace {
 
-std::string errorText(const char* otherwise) {
-    return errno ? std::strerror(errno) : otherwise;
+// What errno says, or `otherwise` when the framework failed without setting it.
+std::string lastErrorOr(const char* otherwise) {
+    return errno ? GSErrorText(errno) : otherwise;
 }
 
 // The whole document in memory: for standard output, and for a new file, which is then
@@ -283,15 +213,15 @@ std::string saveDocument(const std::string& named, bool keepBackup, long sizeHin
     if (!file.getFileWorker()) return "out of memory";
     file.getFileWorker()->setAccessMode("wb+");
     errno = 0;
-    if (file.open()) return errorText("cannot be created");
+    if (file.open()) return lastErrorOr("cannot be created");
     errno = 0;
     if (write(&file)) {
-        std::string error = errorText("cannot be written");
+        std::string error = lastErrorOr("cannot be written");
         file.close(1); // discards the temporary file; the old document stays as it was
         return error;
     }
     errno = 0;
-    if (file.close(0)) return errorText("cannot be saved");
+    if (file.close(0)) return lastErrorOr("cannot be saved");
     return {};
 }
 

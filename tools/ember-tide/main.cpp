@@ -1,4 +1,5 @@
 // main.cpp - ember-tide: thumbnails and facts from Ember Tide documents.
+#include "GSAtomicFile.h"
 #include "Tool.h"
 
 #include <cerrno>
@@ -77,7 +78,7 @@ int main(int argc, char** argv) {
     // What went to stdout must have arrived (a full disk, a closed pipe): otherwise a script
     // would take a cut listing for a whole one.
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-        std::fprintf(stderr, "ember-tide: write error: %s\n", std::strerror(errno));
+        std::fprintf(stderr, "ember-tide: write error: %s\n", GSErrorText(errno).c_str());
         return tool::kIOError;
     }
     return status;
