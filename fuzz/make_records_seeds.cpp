@@ -9,6 +9,7 @@
 #include "GSFile.h"
 #include "GSFileWorker.h"
 #include "GSFileWorkerMemory.h"
+#include "GSFormatNumbers.h"
 #include "GSLongDictionaryKey.h"
 #include "GSNumberObjects.h"
 #include "GSObjectDictionaryObject.h"
@@ -68,7 +69,7 @@ GSObjectRef<GSObjectDictionaryObject> nestedDictionary() {
 bool writeSeed(const std::string& folder, const std::string& name, unsigned char mode,
                Framing framing, const std::function<short(GSFile*)>& write) {
     GSFile file;
-    if (file.init(-100, 0)) return false;
+    if (file.init(GSGrowDouble, 0)) return false;
     file.getFileWorker()->setAccessMode("wb+");
     if (file.open() || file.putChar(static_cast<char>(mode))) return false;
     // The target reads the bytes after the mode byte: positions in tables count from there.

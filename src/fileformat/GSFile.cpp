@@ -5,6 +5,7 @@
 #include "GSFileSpecKeys.h"
 #include "GSFileWorkerMemory.h"
 #include "GSFileWorkerStream.h"
+#include "GSFormatNumbers.h"
 #include "GSObjectDictionary.h"
 
 #include <cfloat>
@@ -46,7 +47,7 @@ GSFile::GSFile(const GSFileSpec& spec, short resolveLink) { init(spec, resolveLi
 GSFile::~GSFile() {
     if (worker) {
         flags &= ~kTemporary; // closing must not delete this object again
-        if (worker->isOpened()) close(0);
+        if (worker->isOpened()) close(GSCloseKeep);
         freeFileWorker();
     }
 }
@@ -83,7 +84,7 @@ short GSFile::init(const GSFileSpec& spec, short resolveLink) {
         if (bytes.getSize() > 0)
             attached = init(bytes) == 0;
         else if (spec.isMemoryFileSpec(0))
-            attached = init(-100, 0x2000000) == 0;
+            attached = init(GSGrowDouble, 0x2000000) == 0;
         if (attached) worker->setFileSpec(spec);
     }
     GSFileSpec target;
@@ -125,7 +126,7 @@ short GSFile::close(short how) {
     flags &= ~(kRawFloats | kRawDoubles);
     formatVersion = 0;
     if (flags & kTemporary) {
-        GSString path = getFileSpec().getPathname(1);
+        GSString path = getFileSpec().getPathname(GSFullPath);
         if (!path.isEmpty()) std::remove(path.getConstAddr());
         delete this; // a temporary file was made on the heap for exactly this
     }

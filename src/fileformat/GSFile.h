@@ -34,11 +34,6 @@ public:
         kRawFloats = 64,
         kRawDoubles = 128,
     };
-    // How deeply object records may nest (an object's body holding records): reading deeper is a
-    // failed read, so no file can make reading recurse without bound. Writers of nested values
-    // (dictionaries in dictionaries) refuse to go deeper than a reader will follow.
-    static constexpr int kMaxObjectDepth = 64;
-
     GSFile();
     GSFile(const GSFileSpec& spec, short resolveLink);
     GSFile(const GSFile&) = delete;

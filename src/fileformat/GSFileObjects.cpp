@@ -10,6 +10,7 @@
 #include "GSObject.h"
 #include "GSRuntimeClass.h"
 #include "GSTagRead.h"
+#include "GSLimits.h"
 
 #include <new>
 
@@ -23,7 +24,7 @@ public:
     ~DepthGuard() { --objectDepth; }
     DepthGuard(const DepthGuard&) = delete;
     DepthGuard& operator=(const DepthGuard&) = delete;
-    bool tooDeep() const { return objectDepth > GSFile::kMaxObjectDepth; }
+    bool tooDeep() const { return objectDepth > GSCurrentLimits().objectDepth; }
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "GSObject.h"
 
 #include "GSFile.h"
+#include "GSFormatNumbers.h"
 #include "GSRuntimeClass.h"
 
 #include <memory>
@@ -34,7 +35,7 @@ short GSObject::copyContentWithFile(GSObject* target, int bufferSize, GSFile* fi
     std::unique_ptr<GSFile> temporary;
     if (!file) {
         temporary = std::make_unique<GSFile>();
-        if (temporary->init(-100, bufferSize)) return 1;
+        if (temporary->init(GSGrowDouble, bufferSize)) return 1;
         file = temporary.get();
     }
     file->open();

@@ -8,6 +8,7 @@
 #include "GSTagRead.h"
 #include "GSTagWrite.h"
 #include "GSValueObjectBody.h"
+#include "GSLimits.h"
 
 namespace {
 
@@ -24,7 +25,7 @@ public:
     WriteDepthGuard& operator=(const WriteDepthGuard&) = delete;
     // The entries of the innermost dictionary are records one level below it: keep them within
     // what the record reader follows.
-    bool tooDeep() const { return writeDepth >= GSFile::kMaxObjectDepth; }
+    bool tooDeep() const { return writeDepth >= GSCurrentLimits().objectDepth; }
 };
 
 const GSStringDictionaryKey* asStringKey(const GSObject* object) {

@@ -3,6 +3,7 @@
 
 #include "GSFile.h"
 #include "GSFileState.h"
+#include "GSFormatNumbers.h"
 #include "GSObjectDictionary.h"
 #include "GSURL.h"
 
@@ -100,7 +101,7 @@ GSString GSFileSpec::getPathname(short full) const {
         return pathname;
     }
     if (folderPath.isEmpty()) {
-        GSString folder = getParent().getPathname(1);
+        GSString folder = getParent().getPathname(GSFullPath);
         GSFile::addPathDividerIfNeeded(&folder);
         folderPath = folder;
     }
@@ -204,7 +205,7 @@ void GSFileSpec::copyData(GSFileSpec* target, short withDictionary) const {
 }
 
 short GSFileSpec::write(GSFile* file) const {
-    return getPathname(1).write(file);
+    return getPathname(GSFullPath).write(file);
 }
 
 short GSFileSpec::read(GSFile* file) {

@@ -8,7 +8,7 @@
 
 #include "GSString.h"
 
-extern const GSString GSFileSafetyModeKey;     // integer: 1 temporary file, 2 backup
+extern const GSString GSFileSafetyModeKey;     // integer: GSSafety* bits (GSFormatNumbers.h)
 extern const GSString GSFileFormatVersionKey;  // integer: the format version to write
 extern const GSString GSFileDataKey;           // byte buffer: a memory file's bytes
 extern const GSString GSFileDataNameKey;       // string: a name for memory data

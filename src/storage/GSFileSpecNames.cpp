@@ -6,6 +6,7 @@
 #include "GSFile.h"
 #include "GSFileSpec.h"
 #include "GSFileState.h"
+#include "GSFormatNumbers.h"
 #include "GSRandom.h"
 
 #include <cerrno>
@@ -13,7 +14,7 @@
 #include <fcntl.h>
 
 GSString GSFileSpec::getExtender() const {
-    return getExtenderForFilename(getPathname(1));
+    return getExtenderForFilename(getPathname(GSFullPath));
 }
 
 long GSFileSpec::getExtenderPositionForFilename(const GSString& name) {
@@ -84,7 +85,7 @@ void GSFileSpec::createTemporaryFilename(const GSString& extender) {
 int GSFileSpec::createTemporaryFile(const GSString& extender, int openFlags) {
     for (int attempt = 0; attempt < kTemporaryFileTries; ++attempt) {
         createTemporaryFilename(extender);
-        GSString path = getPathname(1);
+        GSString path = getPathname(GSFullPath);
         if (path.isEmpty()) {
             errno = ENOENT;
             return -1;

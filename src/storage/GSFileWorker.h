@@ -15,21 +15,9 @@
 #pragma once
 
 #include "GSFileSpec.h"
+#include "GSFormatNumbers.h"
 #include "GSObject.h"
 #include "GSString.h"
-
-enum : unsigned {
-    GSAccessRead = 1,
-    GSAccessWrite = 2,
-    GSAccessBinary = 4,   // no newline translation in getChar / the base putChar
-    GSAccessTruncate = 8, // "w": the file is created anew
-};
-
-// Bits of the safety mode.
-enum : unsigned {
-    GSSafetyTemporaryFile = 1, // write a hidden temporary file and exchange it on close
-    GSSafetyBackup = 2,        // keep the old content as "name~.ext" (implies a temporary file)
-};
 
 class GSFileWorker : public GSObject {
 public:

@@ -14,6 +14,7 @@
 
 #include "GSFileState.h"
 #include "GSFileWorkerStreamIO.h"
+#include "GSFormatNumbers.h"
 #include "GSLog.h"
 #include "GSNumericStringTable.h"
 
@@ -138,7 +139,7 @@ short GSFileWorkerStream::_open() {
         }
     }
     if (!stream && (accessFlags & GSAccessTruncate))
-        GSLog("Couldn't create file: %s\n", text(workingSpec.getPathname(1)));
+        GSLog("Couldn't create file: %s\n", text(workingSpec.getPathname(GSFullPath)));
     return stream ? 0 : 1;
 }
 
@@ -148,7 +149,7 @@ int GSFileWorkerStream::openWorkingFile() {
         workingSpec.exists())
         return workingSpec.createTemporaryFile(getFileSpec()->getExtender(), flags);
 
-    GSString path = workingSpec.getPathname(1);
+    GSString path = workingSpec.getPathname(GSFullPath);
     if (path.isEmpty()) return -1;
     if (!(accessFlags & GSAccessTruncate))
         return ::open(path.getConstAddr(),
@@ -163,7 +164,7 @@ int GSFileWorkerStream::openWorkingFile() {
 }
 
 void GSFileWorkerStream::removeWorkingFile() {
-    GSString path = workingSpec.getPathname(1);
+    GSString path = workingSpec.getPathname(GSFullPath);
     struct stat facts;
     if (!owned.known || path.isEmpty() || ::lstat(path.getConstAddr(), &facts) != 0 ||
         facts.st_dev != owned.device || facts.st_ino != owned.inode)
@@ -181,12 +182,12 @@ short GSFileWorkerStream::_close(short discard) {
     // power cut soon after the exchange could leave the target's name on an empty file.
     if (!same && !discard && !error) {
         if (io->flush(stream) != 0 || io->sync(stream) != 0) {
-            GSLog("Couldn't write file: %s\n", text(workingSpec.getPathname(1)));
+            GSLog("Couldn't write file: %s\n", text(workingSpec.getPathname(GSFullPath)));
             error = 1;
         }
     }
     if (io->close(stream) != 0) {
-        GSLog("Couldn't close file: %s\n", text(workingSpec.getPathname(1)));
+        GSLog("Couldn't close file: %s\n", text(workingSpec.getPathname(GSFullPath)));
         error = 1;
     } else if ((accessFlags & GSAccessTruncate) && workingSpec.isValid()) {
         workingSpec.writeAdditionalInfo(same ? nullptr : &target);
@@ -210,22 +211,22 @@ short GSFileWorkerStream::exchangeWithTarget() {
     // later steps deletes.
     Identity old;
     struct stat facts;
-    GSString targetPath = target.getPathname(1);
+    GSString targetPath = target.getPathname(GSFullPath);
     if (!targetPath.isEmpty() && ::lstat(targetPath.getConstAddr(), &facts) == 0)
         old = Identity{static_cast<unsigned long long>(facts.st_dev),
                        static_cast<unsigned long long>(facts.st_ino), true};
     short error = io->exchange(&workingSpec, target, keepBackup ? 0 : 1, &detail);
     if (error == 0) owned = old;
     if (error) {
-        GSLog("Error exchanging files: %s, %s\n", text(workingSpec.getPathname(1)),
-              text(target.getPathname(1)));
+        GSLog("Error exchanging files: %s, %s\n", text(workingSpec.getPathname(GSFullPath)),
+              text(target.getPathname(GSFullPath)));
         return error;
     }
     if (keepBackup) error = keepOldContentAsBackup();
     // The new directory entries reach the disk too. The new content is in place whatever this
     // returns, so a failure here is not the save's.
     if (io->syncFolder(target) != 0)
-        GSLog("Couldn't sync folder: %s\n", text(target.getPathname(0)));
+        GSLog("Couldn't sync folder: %s\n", text(target.getPathname(GSFolderPath)));
     return error;
 }
 

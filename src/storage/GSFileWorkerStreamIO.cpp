@@ -2,6 +2,7 @@
 #include "GSFileWorkerStreamIO.h"
 
 #include "GSFileSpec.h"
+#include "GSFormatNumbers.h"
 
 #include <atomic>
 #include <fcntl.h>
@@ -58,7 +59,7 @@ short GSFileWorkerStreamIO::rename(GSFileSpec* spec, const GSString& newName, GS
 }
 
 int GSFileWorkerStreamIO::syncFolder(const GSFileSpec& item) {
-    GSString folder = item.getPathname(0);
+    GSString folder = item.getPathname(GSFolderPath);
     if (folder.isEmpty()) return -1;
     int fd = ::open(folder.getConstAddr(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return -1;

@@ -2,6 +2,7 @@
 #include "EmberTideDocumentWriter.h"
 
 #include "GSFile.h"
+#include "GSFormatNumbers.h"
 #include "GSGetThumbnail.h"
 #include "GSMemPicData.h"
 #include "GSObjectRef.h"
@@ -15,7 +16,7 @@ short EmberTideDataWriteHeader(GSFile* file, short version, bool byteForm, bool 
     if (file->write(id, static_cast<long>(std::strlen(id)) + 1)) return 1;
     GSTagWrite top(file);
     if (top.writeVersion(version)) return 1;
-    if (version >= 0x0300) return file->startObjectMergingWrite(byteForm ? 1 : 0);
+    if (version >= kEmberTideMergingVersion) return file->startObjectMergingWrite(byteForm ? 1 : 0);
     return 0;
 }
 
@@ -23,7 +24,7 @@ namespace {
 
 short writePadding(GSFile* file, GSTagWrite* top, long bytes) {
     static const unsigned char zeros[4096] = {};
-    if (top->writeStart(12)) return 1;
+    if (top->writeStart(GSTagPadding)) return 1;
     // Large padding is a hole where the file system allows it: the bytes read back as zeros.
     if (bytes > (1L << 20) && file->seek(bytes - 1, 1) == 0 && file->writeChar(0) == 0)
         return top->writeEnd();
@@ -38,15 +39,15 @@ short writePadding(GSFile* file, GSTagWrite* top, long bytes) {
 short writePreviewChunk(GSFile* file, const EmberTidePreview& preview,
                         const EmberTideDocumentOptions& options) {
     GSTagWrite chunk(file);
-    if (chunk.writeVersion(256)) return 1;
-    if (chunk.writeStart(0) || GSWritePreviewInfo(file, preview.infoValue, preview.size) ||
-        chunk.writeEnd())
+    if (chunk.writeVersion(GSChunkVersion)) return 1;
+    if (chunk.writeStart(GSPreviewTagInfo) ||
+        GSWritePreviewInfo(file, preview.infoValue, preview.size) || chunk.writeEnd())
         return 1;
     if (options.store == EmberTideDocumentOptions::kInline) {
         GSMemPicData picture;
         picture.kind = preview.kind;
         picture.dataSize = static_cast<int>(preview.bytes.getSize());
-        if (chunk.writeStart(6) || picture.writeData(file) ||
+        if (chunk.writeStart(GSPreviewTagInline) || picture.writeData(file) ||
             file->write(preview.bytes.getData(), preview.bytes.getSize()) || chunk.writeEnd())
             return 1;
     } else {
@@ -58,7 +59,9 @@ short writePreviewChunk(GSFile* file, const EmberTidePreview& preview,
         picture->infoValue = preview.infoValue;
         picture->size = preview.size;
         picture->bytes = preview.bytes;
-        if (chunk.writeStart(4) || file->writeObject(picture.get()) || chunk.writeEnd()) return 1;
+        if (chunk.writeStart(GSPreviewTagRecord) || file->writeObject(picture.get()) ||
+            chunk.writeEnd())
+            return 1;
     }
     return chunk.writeEndTag();
 }
@@ -69,12 +72,12 @@ short EmberTideWriteDocument(GSFile* file, const EmberTidePreview& preview,
                              const EmberTideDocumentOptions& options) {
     if (EmberTideDataWriteHeader(file, options.version, options.byteForm, options.selection))
         return 1;
-    bool merging = options.version >= 0x0300;
+    bool merging = options.version >= kEmberTideMergingVersion;
     short status;
     {
         GSTagWrite top(file);
         status = options.paddingBefore > 0 ? writePadding(file, &top, options.paddingBefore) : 0;
-        if (status == 0) status = top.writeStart(13);
+        if (status == 0) status = top.writeStart(GSTagPreview);
         if (status == 0) status = writePreviewChunk(file, preview, options);
         if (status == 0) status = top.writeEnd();
         if (status == 0) status = top.writeEndTag();

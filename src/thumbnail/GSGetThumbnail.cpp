@@ -2,20 +2,12 @@
 #include "GSGetThumbnail.h"
 
 #include "GSFile.h"
+#include "GSFormatNumbers.h"
 #include "GSMemPicData.h"
 #include "GSObjectRef.h"
 #include "GSTagRead.h"
 
 namespace {
-
-enum : int {
-    kTagStartMerging = 11,
-    kTagPreview = 13,
-    kTagRawFloats = 14,
-    kTagRawDoubles = 15,
-};
-
-enum : int { kPreviewInfo = 0, kPreviewRecord = 4, kPreviewInline = 6 };
 
 short readHeader(GSFile* file, short* version, short* merging, short* isSelection,
                  EmberTideDocumentFacts* facts) {
@@ -47,16 +39,16 @@ short readHeader(GSFile* file, short* version, short* merging, short* isSelectio
 long readPreviewChunk(GSFile* file, int* kind, int* infoValue, GSTSize<int>* size,
                       EmberTideDocumentFacts* facts) {
     GSTagRead chunk(file);
-    if (chunk.readVersion(256, nullptr)) return 0;
+    if (chunk.readVersion(GSChunkVersion, nullptr)) return 0;
     for (;;) {
         int tag = chunk.read();
         if (tag == GSTagRead::kEndTag || tag == GSTagRead::kBadTag) return 0;
-        if (tag == kPreviewInfo) {
+        if (tag == GSPreviewTagInfo) {
             if (GSReadPreviewInfo(file, infoValue, size)) return 0;
             if (facts) facts->infoGiven = facts->sizeGiven = true;
             continue; // the next item follows the information directly
         }
-        if (tag == kPreviewRecord) {
+        if (tag == GSPreviewTagRecord) {
             GSObjectRef<GSObject> object(file->readObject());
             // Only a picture-data object is looked into; any other class is no object.
             if (!GSMemPicData::isPictureData(object.get())) return 0;
@@ -72,7 +64,7 @@ long readPreviewChunk(GSFile* file, int* kind, int* infoValue, GSTSize<int>* siz
             }
             return picture->dataSize;
         }
-        if (tag == kPreviewInline) {
+        if (tag == GSPreviewTagInline) {
             GSMemPicData picture;
             if (picture.readData(file)) return 0;
             *kind = picture.kind;
@@ -90,7 +82,7 @@ short EmberTideDataReadVersion(GSTagRead* reader, short* version, short* merging
     short v = 0;
     short result = reader->readVersion(770, &v);
     GSFile* file = nullptr;
-    if (reader->hasReadVersion() && v >= 0x0300) {
+    if (reader->hasReadVersion() && v >= kEmberTideMergingVersion) {
         file = reader->getFile();
         file->setFlags(file->getFlags() | GSFile::kRawFloats | GSFile::kRawDoubles);
         if (merging) {
@@ -123,17 +115,17 @@ void EmberTideReadPreview(GSFile* file, GSDynaArray<unsigned char>* bytes, int* 
     for (;;) {
         int tag = top.read();
         if (tag == GSTagRead::kEndTag || tag == GSTagRead::kBadTag) break;
-        if (tag == kTagStartMerging) {
+        if (tag == GSTagStartMerging) {
             file->startObjectMergingRead(); // its status is deliberately not checked
             mergingActive = true;
             continue;
         }
-        if (tag == kTagRawFloats || tag == kTagRawDoubles) {
+        if (tag == GSTagRawFloats || tag == GSTagRawDoubles) {
             file->setFlags(file->getFlags() |
-                           (tag == kTagRawFloats ? GSFile::kRawFloats : GSFile::kRawDoubles));
+                           (tag == GSTagRawFloats ? GSFile::kRawFloats : GSFile::kRawDoubles));
             continue;
         }
-        if (tag == kTagPreview) {
+        if (tag == GSTagPreview) {
             long count = readPreviewChunk(file, kind, infoValue, size, facts);
             // Image bytes beyond the end of the file are no preview: checked before allocating.
             if (count < 1 || !file->fitsInFile(count) || bytes->setSize(count)) break;

@@ -10,14 +10,11 @@
 
 #include "GSDynaArray.h"
 #include "GSFileSpec.h"
+#include "GSFormatNumbers.h"
 #include "GSTSize.h"
 
 class GSFile;
 class GSTagRead;
-
-inline constexpr const char* kEmberTideDocumentID = "Ember Tide Document";
-inline constexpr const char* kEmberTideSelectionID = "Ember Tide Selection";
-inline constexpr short kEmberTideNewestVersion = 0x0302;
 
 short EmberTideDataReadVersion(GSTagRead* reader, short* version, short* merging);
 short EmberTideDataReadHeader(GSFile* file, short* version, short* merging, short* isSelection);

@@ -2,6 +2,7 @@
 #include "GSMemPicData.h"
 
 #include "GSFile.h"
+#include "GSFormatNumbers.h"
 #include "GSRuntimeClass.h"
 #include "GSTagRead.h"
 #include "GSTagWrite.h"
@@ -15,10 +16,18 @@ GSRuntimeClass GSSystemPicData::gsClassGSSystemPicData("GSSystemPicData",
                                                        &GSMemPicData::gsClassGSMemPicData,
                                                        &GSSystemPicData::_createFunction);
 
-GSObject* GSMemPicData::_createFunction() { return new (std::nothrow) GSMemPicData(); }
-GSObject* GSSystemPicData::_createFunction() { return new (std::nothrow) GSSystemPicData(); }
-const GSRuntimeClass* GSMemPicData::getRuntimeClass() const { return &gsClassGSMemPicData; }
-const GSRuntimeClass* GSSystemPicData::getRuntimeClass() const { return &gsClassGSSystemPicData; }
+GSObject* GSMemPicData::_createFunction() {
+    return new (std::nothrow) GSMemPicData();
+}
+GSObject* GSSystemPicData::_createFunction() {
+    return new (std::nothrow) GSSystemPicData();
+}
+const GSRuntimeClass* GSMemPicData::getRuntimeClass() const {
+    return &gsClassGSMemPicData;
+}
+const GSRuntimeClass* GSSystemPicData::getRuntimeClass() const {
+    return &gsClassGSSystemPicData;
+}
 
 bool GSMemPicData::isPictureData(const GSObject* object) {
     return object && (object->isKindOfRuntimeClass(gsClassGSMemPicData) ||
@@ -47,12 +56,12 @@ short GSMemPicData::readData(GSFile* file) {
     int k;
     long count;
     if (file->readIntAsShort(&k) || file->readArrayCount(&count)) return 1;
-    if (k == kPNGAlias) k = kPNG;
+    if (k == GSPreviewPNGAlias) k = GSPreviewPNG;
     kind = k;
     // The count is a 32-bit field; a compact count beyond it cannot describe real data.
     if (count < INT_MIN || count > INT_MAX) return 1;
     dataSize = static_cast<int>(count);
-    return kind == kJPEG || kind == kPNG ? 0 : 1;
+    return kind == GSPreviewJPEG || kind == GSPreviewPNG ? 0 : 1;
 }
 
 short GSMemPicData::writeData(GSFile* file) const {
@@ -62,16 +71,16 @@ short GSMemPicData::writeData(GSFile* file) const {
 
 short GSMemPicData::read(GSFile* file) {
     GSTagRead reader(file);
-    if (reader.readVersion(256, nullptr)) return 1;
+    if (reader.readVersion(GSChunkVersion, nullptr)) return 1;
     short result = 0;
     for (;;) {
         int tag = reader.read();
         if (tag == GSTagRead::kEndTag) return result;
         if (tag == GSTagRead::kBadTag) return 1;
-        if (tag == 0) {
+        if (tag == GSPictureTagInfo) {
             result = GSReadPreviewInfo(file, &infoValue, &size);
             if (result) return result;
-        } else if (tag == 3) {
+        } else if (tag == GSPictureTagData) {
             return readData(file); // the image bytes follow; the end marker comes after them
         } else if (reader.skip()) {
             return 1;
@@ -81,10 +90,11 @@ short GSMemPicData::read(GSFile* file) {
 
 short GSMemPicData::write(GSFile* file) const {
     GSTagWrite writer(file);
-    if (writer.writeVersion(256)) return 1;
-    if (writer.writeStart(0) || GSWritePreviewInfo(file, infoValue, size) || writer.writeEnd())
+    if (writer.writeVersion(GSChunkVersion)) return 1;
+    if (writer.writeStart(GSPictureTagInfo) || GSWritePreviewInfo(file, infoValue, size) ||
+        writer.writeEnd())
         return 1;
-    if (writer.writeStart(3) || writeData(file)) return 1;
+    if (writer.writeStart(GSPictureTagData) || writeData(file)) return 1;
     if (bytes.getSize() > 0 && file->write(bytes.getData(), bytes.getSize())) return 1;
     if (writer.writeEnd()) return 1;
     return writer.writeEndTag();

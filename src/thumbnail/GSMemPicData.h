@@ -1,18 +1,18 @@
 // GSMemPicData.h - the description of an encoded preview picture stored in a document.
 //
-// The object holds the kind (2 JPEG, 3 PNG; 5 is read as 3), the byte count, the information
-// value and the pixel size; the encoded bytes themselves follow its record (or its inline body)
-// directly in the file and are read by the caller. GSSystemPicData differs only by class.
+// The object holds the kind (GSPreviewKind: JPEG or PNG, the alias read as PNG), the byte count,
+// the information value and the pixel size; the encoded bytes themselves follow its record (or its
+// inline body) directly in the file and are read by the caller. GSSystemPicData differs only by
+// class.
 #pragma once
 
 #include "GSDynaArray.h"
+#include "GSFormatNumbers.h"
 #include "GSObject.h"
 #include "GSTSize.h"
 
 class GSMemPicData : public GSObject {
 public:
-    enum : int { kJPEG = 2, kPNG = 3, kPNGAlias = 5 };
-
     const GSRuntimeClass* getRuntimeClass() const override;
     static GSObject* _createFunction();
     static GSRuntimeClass gsClassGSMemPicData;

@@ -1,6 +1,7 @@
 // GSPreviewDecoder.cpp - JPEG through libjpeg-turbo, PNG through libpng.
 #include "GSPreviewDecoder.h"
 
+#include "GSLimits.h"
 #include "GSWorkDeadline.h"
 
 #include <csetjmp>
@@ -19,16 +20,6 @@ inline uint32_t argb(unsigned a, unsigned r, unsigned g, unsigned b) {
 }
 
 // ---------------------------------------------------------------- JPEG
-
-// Real encoders write few scans: libjpeg's progressive script has 10 for colour pictures, 6 for
-// grey and 18 for CMYK, at most 60 for the ten components a frame may have, and encoders that
-// search for the smallest script stay near those. Every scan costs a pass over the picture's
-// coefficients, however little it codes, so a stranger's file of thousands of empty scans
-// would take minutes; beyond this many, the picture is refused as soon as the scan begins.
-constexpr int kMaxJPEGScans = 100;
-// Progressive and multi-scan pictures keep all their coefficients (2 bytes each, 64 per block)
-// while the scans arrive; libjpeg's working memory is bounded, whatever the scale of the output.
-constexpr long kJPEGMemoryBudget = 96L * 1024 * 1024;
 
 // The callbacks below leave through longjmp, across libjpeg's frames and their own: they hold
 // no C++ object, and write what the caller is told into `message`.
@@ -51,7 +42,7 @@ void jpegErrorExit(j_common_ptr cinfo) {
         std::snprintf(err->message, sizeof err->message,
                       "JPEG too large for the memory budget (its coefficients need more than "
                       "%ld MiB)",
-                      kJPEGMemoryBudget >> 20);
+                      GSCurrentLimits().jpegMemory >> 20);
     else
         std::snprintf(err->message, sizeof err->message, "undecodable JPEG: %s", text);
     jpegEscape(cinfo);
@@ -73,9 +64,9 @@ void jpegEmitMessage(j_common_ptr cinfo, int level) {
 void jpegProgress(j_common_ptr cinfo) {
     auto* d = reinterpret_cast<j_decompress_ptr>(cinfo);
     auto* err = reinterpret_cast<JPEGErrorManager*>(cinfo->err);
-    if (d->input_scan_number > kMaxJPEGScans)
+    if (d->input_scan_number > GSCurrentLimits().jpegScans)
         std::snprintf(err->message, sizeof err->message, "JPEG of more than %d scans refused",
-                      kMaxJPEGScans);
+                      GSCurrentLimits().jpegScans);
     else if (GSWorkTimeUp(static_cast<long>(d->image_width)))
         std::snprintf(err->message, sizeof err->message, "JPEG decoding took too long");
     else
@@ -110,12 +101,13 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
         return false;
     }
     jpeg_create_decompress(&cinfo);
-    cinfo.mem->max_memory_to_use = kJPEGMemoryBudget;
+    cinfo.mem->max_memory_to_use = GSCurrentLimits().jpegMemory;
     cinfo.progress = &progress;
     jpeg_mem_src(&cinfo, bytes, static_cast<unsigned long>(count));
     jpeg_read_header(&cinfo, TRUE);
     if (cinfo.image_width == 0 || cinfo.image_height == 0 ||
-        static_cast<long>(cinfo.image_width) * cinfo.image_height > kMaxDeclaredPixels) {
+        static_cast<long>(cinfo.image_width) * cinfo.image_height >
+            GSCurrentLimits().declaredPixels) {
         jpeg_destroy_decompress(&cinfo);
         *error = "JPEG dimensions beyond the pixel budget";
         return false;
@@ -138,7 +130,7 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
         jpeg_calc_output_dimensions(&cinfo);
     }
     long pixels = static_cast<long>(cinfo.output_width) * cinfo.output_height;
-    if (pixels > kMaxDecodedPixels) {
+    if (pixels > GSCurrentLimits().decodedPixels) {
         jpeg_destroy_decompress(&cinfo);
         *error = "JPEG too large to decode within the pixel budget";
         return false;
@@ -212,7 +204,7 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
     const png_uint_32 width = png_get_image_width(png, info);
     const png_uint_32 height = png_get_image_height(png, info);
     const long pixels = static_cast<long>(width) * height;
-    if (width == 0 || height == 0 || pixels > kMaxDecodedPixels) {
+    if (width == 0 || height == 0 || pixels > GSCurrentLimits().decodedPixels) {
         png_destroy_read_struct(&png, &info, nullptr);
         *error = "PNG dimensions beyond the pixel budget";
         return false;

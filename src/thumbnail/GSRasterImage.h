@@ -15,6 +15,3 @@ struct GSRasterImage {
     std::vector<uint32_t> pixels; // width * height, rows top to bottom
 };
 
-// Budgets that bound what one preview may cost, checked before anything is decoded.
-inline constexpr long kMaxDeclaredPixels = 100L * 1000 * 1000; // as the image's header states
-inline constexpr long kMaxDecodedPixels = 24L * 1024 * 1024;   // after JPEG's DCT scaling

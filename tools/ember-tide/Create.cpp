@@ -3,8 +3,10 @@
 #include "Arguments.h"
 #include "EmberTideDocumentWriter.h"
 #include "GSAtomicFile.h"
+#include "GSFormatNumbers.h"
 #include "GSGetThumbnail.h"
 #include "GSImageHeader.h"
+#include "GSLimits.h"
 #include "GSMemPicData.h"
 #include "GSRasterImage.h"
 #include "Tool.h"
@@ -43,14 +45,6 @@ const char* kCreateHelp =
     "Example: ember-tide create --version 2.0 --store record photo.jpg photo.etd\n"
     "         ember-tide create --backup photo.jpg photo.etd   (the old one: photo~.etd)\n";
 
-// The most bytes an IMAGE may have: what real encoders write for the largest picture a preview
-// may declare (kMaxDeclaredPixels). Noise saved as a CMYK JPEG at quality 100 takes 6.3 bytes a
-// pixel, the most of any encoder setting (an RGB one 4.1); the largest PNG that a thumbnail can
-// decode (kMaxDecodedPixels of 16-bit RGBA) is under 202 MB. A larger file holds no preview that
-// anyone could see: it is refused before it is read, as a FIFO or a device that might never end
-// (or never start) is.
-constexpr long kMaxImageBytes = kMaxDeclaredPixels / 2 * 13; // 650 MB
-
 struct OpenFile {
     int fd;
     ~OpenFile() {
@@ -71,9 +65,10 @@ int readImage(const std::string& path, GSDynaArray<unsigned char>* bytes) {
         return refuse(kIOError, "cannot read: " + GSErrorText(errno));
     if (S_ISDIR(st.st_mode)) return refuse(kIOError, "cannot read: is a folder");
     if (!S_ISREG(st.st_mode)) return refuse(kIOError, "cannot read: not a regular file");
-    if (st.st_size > kMaxImageBytes)
+    if (st.st_size > GSCurrentLimits().imageFileBytes)
         return refuse(kNoPreview, "larger than any JPEG or PNG a preview may hold (" +
-                                      std::to_string(kMaxImageBytes / 1000000) + " MB)");
+                                      std::to_string(GSCurrentLimits().imageFileBytes / 1000000) +
+                                      " MB)");
     if (bytes->setSize(static_cast<long>(st.st_size))) return refuse(kIOError, "out of memory");
     long done = 0;
     while (done < bytes->getSize()) { // a file that grows meanwhile gives what it had
@@ -139,7 +134,7 @@ int runCreate(int argc, char** argv) {
         message(files[0], "image too large for a document preview");
         return kNoPreview;
     }
-    preview.kind = header.format == GSImageFormat::kPNG ? GSMemPicData::kPNG : GSMemPicData::kJPEG;
+    preview.kind = header.format == GSImageFormat::kPNG ? GSPreviewPNG : GSPreviewJPEG;
     preview.size = {static_cast<int>(header.width), static_cast<int>(header.height)};
 
     // Nothing is opened at OUT before the image is known to be good: a refused IMAGE leaves an

@@ -7,6 +7,7 @@
 #include "GSFileSpecKeys.h"
 #include "GSFileWorker.h"
 #include "GSFileWorkerMemory.h"
+#include "GSFormatNumbers.h"
 #include "GSLongDictionaryKey.h"
 #include "GSMemPicData.h"
 #include "GSObjectDictionary.h"
@@ -34,7 +35,7 @@ void usageError(const char* command, const std::string& what) {
 }
 
 const char* formatName(int kind) {
-    return kind == GSMemPicData::kPNG ? "png" : "jpeg";
+    return kind == GSPreviewPNG ? "png" : "jpeg";
 }
 
 DocumentPreview readDocumentPreview(const std::string& path, bool selections) {
@@ -114,7 +115,7 @@ bool layoutOption(const char* command, int key, const char* value,
 
 bool applyLayoutForm(const char* command, const std::string& form,
                      EmberTideDocumentOptions* options) {
-    bool version3 = options->version >= 0x0300;
+    bool version3 = options->version >= kEmberTideMergingVersion;
     if (form == "byte" && !version3) {
         usageError(command, "the byte form needs version 3.0 or later");
         return false;
@@ -184,7 +185,7 @@ std::string lastErrorOr(const char* otherwise) {
 // written as every new output is (writeOutputFile).
 std::string saveThroughMemory(const std::string& out, long sizeHint, const DocumentWriter& write) {
     GSFile file;
-    if (file.init(-100, sizeHint + 4096)) return "out of memory";
+    if (file.init(GSGrowDouble, sizeHint + 4096)) return "out of memory";
     file.getFileWorker()->setAccessMode("wb+");
     if (file.open() || write(&file)) return "cannot make the document";
     const auto& bytes = static_cast<GSFileWorkerMemory*>(file.getFileWorker())->getBuffer();
@@ -206,7 +207,8 @@ std::string saveDocument(const std::string& named, bool keepBackup, long sizeHin
     // Over an existing file the framework saves through a hidden temporary file that is
     // exchanged into place when complete, keeping the old content as a backup when asked.
     GSFileSpec spec(GSString(out.c_str(), -1, GSString::kUTF8));
-    GSObjectRef<GSLongDictionaryKey> mode(new GSLongDictionaryKey(keepBackup ? 3 : 1));
+    GSObjectRef<GSLongDictionaryKey> mode(new GSLongDictionaryKey(
+        keepBackup ? GSSafetyTemporaryFile | GSSafetyBackup : GSSafetyTemporaryFile));
     if (spec.getOrCreateDictionary()->setObjectValue(GSFileSafetyModeKey, mode.get()))
         return "out of memory";
     GSFile file(spec, 0);
@@ -217,11 +219,11 @@ std::string saveDocument(const std::string& named, bool keepBackup, long sizeHin
     errno = 0;
     if (write(&file)) {
         std::string error = lastErrorOr("cannot be written");
-        file.close(1); // discards the temporary file; the old document stays as it was
+        file.close(GSCloseDiscard); // discards the temporary file; the old document stays as it was
         return error;
     }
     errno = 0;
-    if (file.close(0)) return lastErrorOr("cannot be saved");
+    if (file.close(GSCloseKeep)) return lastErrorOr("cannot be saved");
     return {};
 }
 

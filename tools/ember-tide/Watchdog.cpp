@@ -4,6 +4,7 @@
 #include "PrintableText.h"
 
 #include "Confinement.h"
+#include "GSLimits.h"
 #include "GSWorkDeadline.h"
 
 #include <algorithm>
@@ -73,10 +74,10 @@ double fileCPUSeconds() {
 #if defined(ET_TEST_HOOKS)
     if (const char* text = std::getenv("EMBER_TIDE_TEST_CPU_SECONDS")) {
         double seconds = std::strtod(text, nullptr);
-        if (seconds > 0 && seconds <= kThumbnailCPUSeconds) return seconds;
+        if (seconds > 0 && seconds <= GSCurrentLimits().thumbnailCPUSeconds) return seconds;
     }
 #endif
-    return kThumbnailCPUSeconds;
+    return GSCurrentLimits().thumbnailCPUSeconds;
 }
 
 std::string fileCPUSecondsText() {
@@ -110,8 +111,8 @@ void limitThumbnailProcess(const std::string& file) {
     sigemptyset(&action.sa_mask);
     ::sigaction(SIGXCPU, &action, nullptr);
     if (!kSanitizerBuild)
-        lowerLimit(RLIMIT_AS, static_cast<rlim_t>(kThumbnailAddressSpace),
-                   static_cast<rlim_t>(kThumbnailAddressSpace));
+        lowerLimit(RLIMIT_AS, static_cast<rlim_t>(GSCurrentLimits().thumbnailAddressSpace),
+                   static_cast<rlim_t>(GSCurrentLimits().thumbnailAddressSpace));
     spinIfAsked(file);
 }
 
@@ -119,7 +120,8 @@ CacheWatchdog::CacheWatchdog(int jobs, OverrunHandler onOverrun)
     : budget(fileCPUSeconds()), onOverrun(std::move(onOverrun)),
       slots(static_cast<size_t>(std::max(jobs, 1))) {
     if (!kSanitizerBuild) {
-        const rlim_t limit = static_cast<rlim_t>(kThumbnailAddressSpace) * (slots.size() + 1);
+        const rlim_t limit =
+            static_cast<rlim_t>(GSCurrentLimits().thumbnailAddressSpace) * (slots.size() + 1);
         lowerLimit(RLIMIT_AS, limit, RLIM_INFINITY);
     }
     thread = std::thread([this] { monitor(); });

@@ -15,6 +15,8 @@
 // Sanitizer builds get no address-space limit: their shadow memory reserves terabytes of it.
 #pragma once
 
+#include "GSLimits.h"
+
 #include <condition_variable>
 #include <ctime>
 #include <functional>
@@ -25,26 +27,15 @@
 
 namespace tool {
 
-// A thumbnail takes milliseconds. The most that a well-formed document can ask for, a JPEG
-// preview of 100 million pixels of noise (117 MB) fitted into 4096 x 4096, takes under 5 s of
-// processor time on a slow virtual core, 1.5 s at the desktop's largest size (1024): three times
-// that leaves room for slower machines and still ends a parser caught in a loop long before a
-// user gives up on the folder.
-inline constexpr int kThumbnailCPUSeconds = 15;
-// The decoders' budgets (96 MiB of pixels, 96 MiB of libjpeg working memory, a 4096 x 4096
-// result and its PNG) with the preview's own bytes and the program's mappings fit in well under
-// this.
-inline constexpr long kThumbnailAddressSpace = 1L << 30;
-
-// `ember-tide thumbnail FILE`: RLIMIT_CPU of kThumbnailCPUSeconds, after which the process ends
-// with status 1 (no thumbnail) and a message that names FILE (the hard limit, two seconds later,
-// kills it should that fail), and RLIMIT_AS of kThumbnailAddressSpace. Limits that the caller
-// set lower are kept.
+// `ember-tide thumbnail FILE`: RLIMIT_CPU of GSLimits::thumbnailCPUSeconds, after which the process
+// ends with status 1 (no thumbnail) and a message that names FILE (the hard limit, two seconds
+// later, kills it should that fail), and RLIMIT_AS of GSLimits::thumbnailAddressSpace. Limits that
+// the caller set lower are kept.
 void limitThumbnailProcess(const std::string& file);
 
-// The processor-time budget of one file: kThumbnailCPUSeconds, or in builds with test hooks what
-// EMBER_TIDE_TEST_CPU_SECONDS says (fractions too), so that a test need not wait for the real
-// one.
+// The processor-time budget of one file: GSLimits::thumbnailCPUSeconds, or in builds with test
+// hooks what EMBER_TIDE_TEST_CPU_SECONDS says (fractions too), so that a test need not wait for the
+// real one.
 double fileCPUSeconds();
 // The same as messages give it: "15", "0.25".
 std::string fileCPUSecondsText();
@@ -59,9 +50,9 @@ void workSlowlyIfAsked(const std::string& path);
 // `ember-tide cache`: created before the workers start, destroyed after they have ended.
 class CacheWatchdog {
 public:
-    // Sets RLIMIT_AS to (jobs + 1) x kThumbnailAddressSpace (unless lower already) and starts
-    // the monitor. `onOverrun` runs on the monitor's thread, once, with the worker and the path
-    // of a file that has taken more than kBackstopFactor x fileCPUSeconds() of its worker's
+    // Sets RLIMIT_AS to (jobs + 1) x GSLimits::thumbnailAddressSpace (unless lower already) and
+    // starts the monitor. `onOverrun` runs on the monitor's thread, once, with the worker and the
+    // path of a file that has taken more than kBackstopFactor x fileCPUSeconds() of its worker's
     // time. That worker may never be free again: the run ends without waiting for it.
     using OverrunHandler = std::function<void(int worker, const std::string& path)>;
     CacheWatchdog(int jobs, OverrunHandler onOverrun);

@@ -6,6 +6,7 @@
 #include "EmberTideDocumentWriter.h"
 #include "GSFile.h"
 #include "GSFileWorker.h"
+#include "GSFormatNumbers.h"
 #include "SampleImages.h"
 
 #include <cstdio>
@@ -28,7 +29,7 @@ bool writeDocument(const std::string& path, const EmberTidePreview& preview,
                    const EmberTideDocumentOptions& options) {
     GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     file.getFileWorker()->setAccessMode("wb+");
-    if (file.open() || EmberTideWriteDocument(&file, preview, options) || file.close(0)) {
+    if (file.open() || EmberTideWriteDocument(&file, preview, options) || file.close(GSCloseKeep)) {
         std::fprintf(stderr, "make-examples: %s: cannot write\n", path.c_str());
         return false;
     }

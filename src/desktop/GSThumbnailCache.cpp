@@ -3,6 +3,7 @@
 
 #include "GSAtomicFile.h"
 #include "GSGetThumbnail.h"
+#include "GSLimits.h"
 
 #include <md5.h>
 
@@ -37,12 +38,10 @@ unsigned long readBigEndian32(const unsigned char* p) {
 }
 
 bool readWholeFile(const std::string& path, std::vector<unsigned char>* bytes) {
-    // A thumbnail is a few hundred kilobytes at most; anything far larger is not one of ours.
-    constexpr off_t kMaxEntryBytes = 64L * 1024 * 1024;
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return false;
     struct stat st;
-    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= kMaxEntryBytes;
+    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= GSCurrentLimits().cacheEntryBytes;
     if (ok) {
         bytes->resize(static_cast<size_t>(st.st_size));
         size_t done = 0;

@@ -1,0 +1,27 @@
+// GSLimits.cpp - the limits in force.
+#include "GSLimits.h"
+
+#include <algorithm>
+
+namespace {
+
+GSLimits inForce;
+
+} // namespace
+
+const GSLimits& GSCurrentLimits() {
+    return inForce;
+}
+
+void GSTightenLimits(const GSLimits& tighter) {
+    auto take = [](auto& current, auto wanted) { current = std::min(current, wanted); };
+    take(inForce.objectDepth, tighter.objectDepth);
+    take(inForce.declaredPixels, tighter.declaredPixels);
+    take(inForce.decodedPixels, tighter.decodedPixels);
+    take(inForce.jpegMemory, tighter.jpegMemory);
+    take(inForce.jpegScans, tighter.jpegScans);
+    take(inForce.cacheEntryBytes, tighter.cacheEntryBytes);
+    take(inForce.imageFileBytes, tighter.imageFileBytes);
+    take(inForce.thumbnailCPUSeconds, tighter.thumbnailCPUSeconds);
+    take(inForce.thumbnailAddressSpace, tighter.thumbnailAddressSpace);
+}
