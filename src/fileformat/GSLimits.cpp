@@ -24,4 +24,5 @@ void GSTightenLimits(const GSLimits& tighter) {
     take(inForce.imageFileBytes, tighter.imageFileBytes);
     take(inForce.thumbnailCPUSeconds, tighter.thumbnailCPUSeconds);
     take(inForce.thumbnailAddressSpace, tighter.thumbnailAddressSpace);
+    take(inForce.thumbnailSize, tighter.thumbnailSize);
 }

@@ -41,6 +41,9 @@ struct GSLimits {
     // budgets, a 4096 x 4096 result and its PNG, the preview's bytes and the program's mappings
     // fit in well under 1 GiB.
     int thumbnailCPUSeconds = 15;
+    // The largest box a thumbnail may be asked to fit (pixels a side), whoever asks: the tool's
+    // --size, a desktop plug-in's request.
+    int thumbnailSize = 4096;
     long thumbnailAddressSpace = 1L << 30;
 };
 

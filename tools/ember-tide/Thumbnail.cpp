@@ -2,6 +2,7 @@
 #include "Arguments.h"
 #include "Confinement.h"
 #include "GSAtomicFile.h"
+#include "GSLimits.h"
 #include "GSThumbnailRenderer.h"
 #include "InPlaceOutput.h"
 #include "Tool.h"
@@ -41,8 +42,6 @@ const char* kThumbnailHelp =
     "I/O error. A failure leaves an existing OUT empty and makes no new one; OUT is opened\n"
     "after the arguments are checked and FILE is found readable.\n"
     "Example: ember-tide thumbnail -s 128 photo.etd photo.png\n";
-
-constexpr int kMaxThumbnailSize = 4096;
 
 // Why FILE cannot be thumbnailed at all, found before OUT is touched: a mistyped FILE must not
 // empty OUT. (O_NONBLOCK: a FIFO as FILE is refused, not waited on.)
@@ -97,18 +96,19 @@ int renderConfined(const std::string& file, int size, int pipe) {
 
 int runThumbnail(int argc, char** argv) {
     int size = 256;
-    ParsedArguments args =
-        parseArguments("thumbnail", argc, argv, "s:", {{"size", required_argument, nullptr, 's'}},
-                       [&](int, const char* value) {
-                           char* end = nullptr;
-                           long v = std::strtol(value, &end, 10);
-                           if (!*value || *end || v < 1 || v > kMaxThumbnailSize) {
-                               usageError("thumbnail", "SIZE is a whole number from 1 to 4096");
-                               return false;
-                           }
-                           size = static_cast<int>(v);
-                           return true;
-                       });
+    ParsedArguments args = parseArguments(
+        "thumbnail", argc, argv, "s:", {{"size", required_argument, nullptr, 's'}},
+        [&](int, const char* value) {
+            char* end = nullptr;
+            long v = std::strtol(value, &end, 10);
+            if (!*value || *end || v < 1 || v > GSCurrentLimits().thumbnailSize) {
+                usageError("thumbnail", "SIZE is a whole number from 1 to " +
+                                            std::to_string(GSCurrentLimits().thumbnailSize));
+                return false;
+            }
+            size = static_cast<int>(v);
+            return true;
+        });
     if (!args.ok) return kUsage;
     if (args.help) return printHelp(kThumbnailHelp);
     std::vector<std::string> files;
