@@ -1,33 +1,30 @@
 // Cache.cpp - `ember-tide cache`: fills the desktop's thumbnail cache for whole folders, on a
 // fixed pool of worker threads, with a progress line on a terminal.
 //
-// The walk comes first (CacheWalk.h; it gives the total for the progress line), then the
-// workers take files from a shared index and hand each to the filler (CacheFiller.h). A signal
-// (Ctrl-C) sets the flag of CacheStop.h, which the walk and the workers check between steps.
+// This file is the command itself: its options and help, the confinement, the walk, and the
+// summary. The walk comes first (CacheWalk.h; it gives the total for the progress line), then
+// the workers (CacheWorkers.h) take the files and hand each to the filler (CacheFiller.h), while
+// this thread redraws the progress line (CacheProgress.h). A signal (Ctrl-C) sets the flag of
+// CacheStop.h, which the walk and the workers check between steps.
 #include "Arguments.h"
 #include "CacheFiller.h"
+#include "CacheProgress.h"
 #include "CacheStop.h"
 #include "CacheWalk.h"
+#include "CacheWorkers.h"
 #include "Confinement.h"
 #include "GSThumbnailCache.h"
-#include "GSWorkDeadline.h"
 #include "Tool.h"
-#include "Watchdog.h"
 
-#include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <new>
-#include <sched.h>
 #include <string>
 #include <sys/stat.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -117,38 +114,6 @@ int parseOptions(int argc, char** argv, Options* options) {
     return kOK;
 }
 
-int coreCount() {
-    cpu_set_t set;
-    if (::sched_getaffinity(0, sizeof set, &set) == 0 && CPU_COUNT(&set) > 0)
-        return CPU_COUNT(&set);
-    unsigned n = std::thread::hardware_concurrency();
-    return n > 0 ? static_cast<int>(n) : 1;
-}
-
-struct Counts {
-    std::atomic<long> written{0}, upToDate{0}, failed{0}, notOurs{0}, done{0};
-};
-
-std::string clockText(double seconds) {
-    long s = static_cast<long>(seconds + 0.5);
-    char text[32];
-    if (s >= 3600)
-        std::snprintf(text, sizeof text, "%ld:%02ld:%02ld", s / 3600, s / 60 % 60, s % 60);
-    else
-        std::snprintf(text, sizeof text, "%ld:%02ld", s / 60, s % 60);
-    return text;
-}
-
-void drawProgress(long done, long total, double seconds, bool last) {
-    double rate = seconds > 0 ? static_cast<double>(done) / seconds : 0;
-    std::string left = last       ? "in " + clockText(seconds)
-                       : rate > 0 ? clockText(static_cast<double>(total - done) / rate) + " left"
-                                  : "--:-- left";
-    std::fprintf(stderr, "\r\033[K%ld/%ld files  %.1f files/s  %s", done, total, rate,
-                 left.c_str());
-    std::fflush(stderr);
-}
-
 } // namespace
 
 int runCache(int argc, char** argv) {
@@ -203,94 +168,14 @@ int runCache(int argc, char** argv) {
     const std::vector<std::string>& files = walker.files;
     const long total = static_cast<long>(files.size());
 
-    Counts counts;
+    CacheCounts counts;
     counts.failed = walker.unreadableFolders;
-    std::atomic<long> next{0};
-    std::mutex poolMutex;
-    std::condition_variable poolDone;
-    int running = 0;
-    int jobs = options.jobs > 0 ? options.jobs : coreCount();
-    jobs = static_cast<int>(std::max(1L, std::min<long>(jobs, total)));
-    // A file whose work outlasts its budget fails alone (the decoders and the scaler check the
-    // deadline). One whose work does not stop even at the backstop holds its worker for good:
-    // it is recorded as failed so that the next run goes past it, and this run ends with its
-    // summary without waiting for that worker.
-    std::atomic<int> lostWorkers{0};
-    std::vector<bool> lost(static_cast<size_t>(jobs)); // guarded by poolMutex
-    CacheWatchdog watchdog(jobs, [&](int worker, const std::string& path) {
-        filler.report(path, "more than " + fileCPUSecondsText() +
-                                " s of processor time; given up, and the run stops here");
-        filler.recordFailure(path);
-        ++counts.failed;
-        ++counts.done;
-        ++lostWorkers;
-        std::lock_guard<std::mutex> lock(poolMutex);
-        lost[static_cast<size_t>(worker)] = true;
-        --running;
-        poolDone.notify_all();
+    CacheWorkers workers(files, options.jobs, filler, counts);
+    const bool finished = workers.run([&] {
+        if (!progressLine) return;
+        std::lock_guard<std::mutex> output(filler.outputMutex);
+        drawProgress(counts.done, total, elapsed(), false);
     });
-    auto process = [&](int worker, const std::string& path) {
-        watchdog.begin(worker, path);
-        CacheOutcome outcome = CacheOutcome::kFailed;
-        try {
-            GSWorkDeadline deadline(watchdog.fileBudget());
-            workSlowlyIfAsked(path);
-            outcome = filler.process(path);
-        } catch (const std::bad_alloc&) {
-            // The workers share the address-space limit that the watchdog set.
-            filler.report(path, "out of memory");
-        }
-        watchdog.end(worker);
-        return outcome;
-    };
-    auto work = [&](int worker) {
-        for (;;) {
-            long i = next.fetch_add(1);
-            if (i >= total || stopping() || lostWorkers > 0) break;
-            const CacheOutcome outcome = process(worker, files[static_cast<size_t>(i)]);
-            if (lostWorkers > 0) {
-                std::lock_guard<std::mutex> lock(poolMutex);
-                if (lost[static_cast<size_t>(worker)]) break; // back too late: counted already
-            }
-            switch (outcome) {
-            case CacheOutcome::kWritten:
-                ++counts.written;
-                break;
-            case CacheOutcome::kUpToDate:
-                ++counts.upToDate;
-                break;
-            case CacheOutcome::kFailed:
-                ++counts.failed;
-                break;
-            case CacheOutcome::kNotOurs:
-                ++counts.notOurs;
-                break;
-            case CacheOutcome::kAbandoned:
-                continue;
-            }
-            ++counts.done;
-        }
-        std::lock_guard<std::mutex> lock(poolMutex);
-        if (!lost[static_cast<size_t>(worker)]) --running; // else counted out already
-        poolDone.notify_all();
-    };
-
-    std::vector<std::thread> pool;
-    running = jobs;
-    for (int j = 0; j < jobs; ++j)
-        pool.emplace_back(work, j);
-    {
-        std::unique_lock<std::mutex> lock(poolMutex);
-        while (!poolDone.wait_for(lock, std::chrono::milliseconds(100),
-                                  [&] { return running == 0; })) {
-            if (!progressLine) continue;
-            std::lock_guard<std::mutex> output(filler.outputMutex);
-            drawProgress(counts.done, total, elapsed(), false);
-        }
-    }
-    if (lostWorkers == 0)
-        for (std::thread& t : pool)
-            t.join();
     const double seconds = elapsed();
 
     const int signal = stopSignalNumber();
@@ -307,7 +192,7 @@ int runCache(int argc, char** argv) {
                     counts.written.load(), counts.upToDate.load(), counts.failed.load(),
                     counts.notOurs.load(), seconds);
     std::fflush(stdout);
-    if (lostWorkers > 0) std::_Exit(kNoPreview); // a lost worker can be neither joined nor left
+    if (!finished) std::_Exit(kNoPreview); // a lost worker can be neither joined nor left
     if (signal) {
         std::fprintf(stderr, "ember-tide: cache: stopped after %ld of %ld files\n",
                      counts.done.load(), total);
