@@ -1,6 +1,7 @@
 // ExtractionTest.cpp - finding the preview in documents built item by item, including the
 // malformed ones a stranger could send. Documents of every layout made by our writer are read
 // back through `ember-tide create` and `extract` (tests/cli).
+#include "EmberTideDocumentWriter.h"
 #include "GSExceptions.h"
 #include "GSGetThumbnail.h"
 #include "GSMemPicData.h"
@@ -111,6 +112,15 @@ template <class T> Items record() {
     });
 }
 
+// A whole document around kImage (information 1, 4 x 3) by the writer that `ember-tide create`
+// uses.
+Bytes written(const EmberTideDocumentOptions& options) {
+    EmberTidePreview preview{toDynaArray(kImage), 2, 1, {4, 3}};
+    MemoryFile m;
+    EXPECT_EQ(EmberTideWriteDocument(&m.file, preview, options), 0);
+    return m.bytes();
+}
+
 // Reads like picture data but is another class; its name is as long as "GSMemPicData".
 class ForeignPic : public GSMemPicData {
 public:
@@ -154,7 +164,10 @@ TEST(Extraction, FindsThePreviewOnlyWhereTheDocumentHoldsOne) {
          "0 1000 5a kind 3 info -2 160x120"},
         {"picture, then information", withPreview({kJPEG, info(7, 160, 120)}), jpeg},
         {"JPEG inline: the source of the cases below", withPreview({kJPEG}), jpeg},
-        {"picture-data record", withPreview({record<GSMemPicData>()}), "0 16 ef kind 2 info -1 4x3"},
+        {"picture-data record", written({.version = 0x0302, .store = EmberTideDocumentOptions::kRecord}),
+         "0 16 ef kind 2 info 1 4x3"},
+        {"system picture record", written({.version = 0x0302, .store = EmberTideDocumentOptions::kSystemRecord}),
+         "0 16 ef kind 2 info 1 4x3"},
         {"record of a subclass", withPreview({record<ForeignPic>()}), "0 0"},
         {"selection", document(0x0200, {preview({kJPEG})}, false, "Ember Tide Selection"), "0 0"},
         {"version 4.0", document(0x0400, {preview({kJPEG})}), "0 0"},
@@ -174,10 +187,10 @@ TEST(Extraction, FindsThePreviewOnlyWhereTheDocumentHoldsOne) {
     }
 
     // Truncation at every offset of a good document never yields bytes that are not there.
-    Bytes whole = document(0x0302, {preview({info(1, 8, 8), kJPEG})}, true);
+    Bytes whole = written({.version = 0x0302, .byteForm = true});
     for (size_t cut = 0; cut < whole.size(); ++cut) {
         std::string found = extract(Bytes(whole.begin(), whole.begin() + long(cut)));
-        EXPECT_TRUE(found == "0 0" || found == "0 16 ef kind 2 info 1 8x8") << "cut at " << cut;
+        EXPECT_TRUE(found == "0 0" || found == "0 16 ef kind 2 info 1 4x3") << "cut at " << cut;
     }
 }
 
