@@ -38,10 +38,6 @@ protected:
     std::string large() const { return path("cache/thumbnails/large"); }
     std::string ourFailures() const { return path("cache/thumbnails/fail/ember-tide-" ET_VERSION); }
 
-    static ToolRun cache(std::vector<std::string> args) {
-        args.insert(args.begin(), {"cache", "--json"});
-        return runTool(args);
-    }
     static std::string entryFor(const std::string& file) {
         return GSCacheEntryName(GSFileURI(file));
     }
@@ -67,8 +63,7 @@ TEST_F(CacheCommand, WalksTreesRecognisingDocumentsByContent) {
     writeDocument(path("outside.etd"), jpeg);
     writeFile(path("tree/looks.etd"), jpeg); // a picture named like a document
     writeFile(path("tree/short"), {'E', 'm', 'b', 'e', 'r'});
-    ASSERT_EQ(
-        runTool({"create", "--selection", path("tree/looks.etd"), path("tree/sel.etd")}).status, 0);
+    expectRun("create --selection @tree/looks.etd @tree/sel.etd", 0);
     fs::create_directory_symlink("../..", path("tree/deep/er/loop")); // a loop back to tree/
     fs::create_directory_symlink(path(""), path("tree/deep/up"));     // out of the tree
     fs::create_symlink("plain.etd", path("tree/link.etd"));           // a file inside: followed
@@ -78,9 +73,8 @@ TEST_F(CacheCommand, WalksTreesRecognisingDocumentsByContent) {
     for (const auto& d : documents)
         expected.insert(entryFor(path(d)));
 
-    ToolRun first = cache({"--jobs", "3", path("tree")});
-    ASSERT_EQ(first.status, 0) << first.err;
-    EXPECT_EQ(counts(first), "5 written, 0 up to date, 0 failed, 3 not ours") << first.out;
+    EXPECT_EQ(counts(expectRun("cache --json --jobs 3 @tree", 0)),
+              "5 written, 0 up to date, 0 failed, 3 not ours");
     EXPECT_EQ(namesIn(large()), expected);
     samples::Picture fitted = samples::decodePNG(readFile(large() + "/" + *expected.begin()));
     EXPECT_TRUE(fitted.width == 256 && fitted.height == 192) << "not fitted into 256 x 256";
@@ -88,10 +82,10 @@ TEST_F(CacheCommand, WalksTreesRecognisingDocumentsByContent) {
     // A changed file, and the same folders named twice over (relative too): nothing is done twice.
     const std::string changed = path("tree/deep/er/x.etd");
     fs::last_write_time(changed, fs::last_write_time(changed) + std::chrono::seconds(7));
-    ToolRun again = runToolAfter("cd " + path("tree"),
-                                 {"cache", "--json", path("tree"), "deep/../deep", "./plain.etd"});
-    EXPECT_EQ(counts(again), "1 written, 4 up to date, 0 failed, 3 not ours") << again.err;
-    EXPECT_EQ(counts(cache({"--force", path("tree")})),
+    EXPECT_EQ(counts(expectRun("cache --json @tree deep/../deep ./plain.etd", 0, "",
+                               "cd " + path("tree"))),
+              "1 written, 4 up to date, 0 failed, 3 not ours");
+    EXPECT_EQ(counts(expectRun("cache --json --force @tree", 0)),
               "5 written, 0 up to date, 0 failed, 3 not ours");
 }
 
@@ -155,9 +149,7 @@ TEST_F(CacheCommand, FailuresAreRecordedAndUnreadableFilesReported) {
 
     // A cache that cannot be made is an I/O error.
     ScopedVariable blockedHome("XDG_CACHE_HOME", path("docs/good.etd/cache"));
-    ToolRun blocked = runTool({"cache", path("docs")});
-    EXPECT_EQ(blocked.status, 2) << "the cache cannot be made under a file";
-    EXPECT_NE(blocked.err.find("cannot make"), std::string::npos) << blocked.err;
+    expectRun("cache @docs", 2, "cannot make");
 }
 
 TEST_F(CacheCommand, InterruptedRunsLeaveOnlyWholeEntriesAndWorkersAgree) {
@@ -198,14 +190,13 @@ TEST_F(CacheCommand, InterruptedRunsLeaveOnlyWholeEntriesAndWorkersAgree) {
     }
 
     // The rest is made on four workers; every thumbnail equals the one-process thumbnailer's.
-    ToolRun rest = cache({"--size", "xx-large", "--jobs", "4", path("many")});
-    EXPECT_EQ(counts(rest), std::to_string(kDocuments - left.size()) + " written, " +
-                                std::to_string(left.size()) + " up to date, 0 failed, 0 not ours");
+    EXPECT_EQ(counts(expectRun("cache --json --size xx-large --jobs 4 @many", 0)),
+              std::to_string(kDocuments - left.size()) + " written, " +
+                  std::to_string(left.size()) + " up to date, 0 failed, 0 not ours");
     std::vector<samples::Picture> expected;
-    for (int i = 0; i < kShapes; ++i) {
-        ASSERT_EQ(runTool({"thumbnail", "-s", "1024", document(i), path("ref.png")}).status, 0);
-        expected.push_back(samples::decodePNG(readFile(path("ref.png"))));
-    }
+    for (int i = 0; i < kShapes; ++i)
+        expected.push_back(samples::decodePNG(
+            expectRun({"thumbnail", "-s", "1024", document(i), "-"}, 0).outBytes()));
     for (int i = 0; i < kDocuments; ++i) {
         samples::Picture got = samples::decodePNG(readFile(xx + "/" + entryFor(document(i))));
         EXPECT_TRUE(got.width == expected[i % kShapes].width &&
@@ -230,13 +221,11 @@ TEST_F(CacheCommand, AFileThatTakesTooLongIsRecordedAsFailed) {
                      " 1 failed"}}) {
         fs::remove_all(path("cache"));
         ScopedVariable slowOn(hook, "slow.etd");
-        // Should the backstop fail, a process-wide limit ends the run instead of the test.
-        ToolRun r = runToolAfter("ulimit -t 60", {"cache", "--json", "--jobs", "1", path("tree")});
-        EXPECT_EQ(r.status, 1) << hook << ": signal " << r.signal << ": " << r.err;
         const std::string slow = path("tree/slow.etd");
-        EXPECT_NE(r.err.find(slow + ": more than 0.2 s of processor time; " + says),
-                  std::string::npos)
-            << hook << ": " << r.err;
+        // Should the backstop fail, a process-wide limit ends the run instead of the test.
+        ToolRun r =
+            expectRun("cache --json --jobs 1 @tree", 1,
+                      slow + ": more than 0.2 s of processor time; " + says, "ulimit -t 60");
         EXPECT_NE(counts(r).find(summary), std::string::npos) << hook << ": " << r.out;
         EXPECT_EQ(namesIn(ourFailures()), std::set<std::string>{entryFor(slow)});
     }

@@ -9,107 +9,83 @@
 #include "GSTagWrite.h"
 #include "RunTool.h"
 
+#include <sstream>
+
 using namespace testing_support;
 
 namespace {
 
-// What the reader finds in a file, selections included.
-struct ReadBack {
-    Bytes bytes;
-    int kind = 0;
-    int info = -1;
+// What the reader finds in a file, selections included: "version, form, store, kind, width"
+// (form 1 byte, 0 long, -1 no object table, before version 3); `bytes` gets the preview.
+std::string readBack(const std::string& path, Bytes* bytes = nullptr) {
+    GSFileSpec spec(GSString(path.c_str(), -1, GSString::kUTF8));
+    GSDynaArray<unsigned char> preview;
+    int kind = 0, info = 0;
     GSTSize<int> size{-1, -1};
     EmberTideDocumentFacts facts;
-    short version = 0;
-    int byteForm = -1; // 1 byte form, 0 long form, -1 no object table (before version 3)
-};
-
-ReadBack readBack(const std::string& path) {
-    ReadBack r;
-    GSFileSpec spec(GSString(path.c_str(), -1, GSString::kUTF8));
-    {
-        GSFile file(spec, 0);
-        if (file.open()) return r;
-        GSDynaArray<unsigned char> bytes;
-        EmberTideReadPreview(&file, &bytes, &r.kind, &r.info, &r.size, &r.facts, true);
-        r.bytes.assign(bytes.getData(), bytes.getData() + bytes.getSize());
-    }
+    if (GSFile file(spec, 0); file.open() == 0)
+        EmberTideReadPreview(&file, &preview, &kind, &info, &size, &facts, true);
+    if (bytes) bytes->assign(preview.getData(), preview.getData() + preview.getSize());
     GSFile file(spec, 0);
-    short merging = 0;
-    if (file.open() == 0 && EmberTideDataReadHeader(&file, &r.version, &merging, nullptr) == 0 &&
+    short version = 0, merging = 0;
+    int form = -1;
+    if (file.open() == 0 && EmberTideDataReadHeader(&file, &version, &merging, nullptr) == 0 &&
         merging) {
-        r.byteForm = file.getUse64Bit();
+        form = file.getUse64Bit();
         file.stopObjectMergingRead();
     }
-    return r;
+    std::ostringstream out;
+    out << std::hex << version << std::dec << ", " << form << ", "
+        << static_cast<int>(facts.pictureStore) << ", " << kind << ", " << size.width
+        << (facts.isSelection ? ", selection" : "");
+    return out.str();
 }
 
 using ConvertCommand = ToolTest;
 
 Bytes extracted(const std::string& file) {
-    ToolRun r = runTool({"extract", file, "-"});
-    EXPECT_EQ(r.status, 0) << file << ": " << r.err;
-    return r.outBytes();
+    return runTool({"extract", file, "-"}).outBytes();
 }
-
-struct Layout {
-    const char* version;
-    const char* form;
-    int number;
-    int byteForm;
-};
-const Layout kLayouts[] = {{"1.0", "long", 0x0100, -1}, {"2.0", "long", 0x0200, -1},
-                           {"3.0", "long", 0x0300, 0},  {"3.0", "byte", 0x0300, 1},
-                           {"3.2", "long", 0x0302, 0},  {"3.2", "byte", 0x0302, 1}};
 
 } // namespace
 
 TEST_F(ConvertCommand, EveryLayoutConvertsToEveryOtherWithTheSamePreview) {
+    const char* layouts[][3] = {{"1.0", "long", "100, -1"}, {"2.0", "long", "200, -1"},
+                                {"3.0", "long", "300, 0"},  {"3.0", "byte", "300, 1"},
+                                {"3.2", "long", "302, 0"},  {"3.2", "byte", "302, 1"}};
     const char* stores[] = {"inline", "record", "system-record"}; // PictureStore 1, 2, 3
     int n = 0;
-    for (const Layout& from : kLayouts)
-        for (const Layout& to : kLayouts) {
+    for (const auto& from : layouts)
+        for (const auto& to : layouts) {
             // The stores and the two picture formats by turns, so that every pair sees records.
             const int store = n % 3;
             const bool isPNG = (n++ / 3) % 2;
-            SCOPED_TRACE(std::string(from.version) + " " + from.form + " -> " + to.version + " " +
-                         to.form + ", " + stores[store] + (isPNG ? ", png" : ", jpeg"));
-            ASSERT_EQ(runTool({"create", "--version", from.version, "--form", from.form, "--store",
-                               stores[store], path(isPNG ? "pic.png" : "pic.jpg"), path("in.etd")})
-                          .status,
+            const std::string pair = std::string(from[0]) + " " + from[1] + " -> " + to[0] + " " +
+                                     to[1] + ", " + stores[store] + (isPNG ? ", png" : ", jpeg");
+            expectRun({"create", "--version", from[0], "--form", from[1], "--store", stores[store],
+                       path(isPNG ? "pic.png" : "pic.jpg"), path("in.etd")},
                       0);
-            EXPECT_EQ(extracted(path("in.etd")), isPNG ? png : jpeg);
-            ToolRun c = runTool({"convert", "--version", to.version, "--form", to.form,
-                                 path("in.etd"), path("out.etd")});
-            ASSERT_EQ(c.status, 0) << c.err;
-            EXPECT_EQ(c.err, "");
-            EXPECT_EQ(extracted(path("out.etd")), isPNG ? png : jpeg);
-            ReadBack r = readBack(path("out.etd"));
-            EXPECT_EQ(r.version, to.number);
-            EXPECT_FALSE(r.facts.isSelection);
-            EXPECT_EQ(r.facts.pictureStore, store + 1) << "the picture's store is kept";
-            EXPECT_EQ(r.byteForm, to.byteForm) << "the form asked for";
-            EXPECT_EQ(r.kind, isPNG ? 3 : 2);
-            EXPECT_EQ(r.size.width, isPNG ? 40 : 64);
+            EXPECT_EQ(expectRun({"convert", "--version", to[0], "--form", to[1], path("in.etd"),
+                                 path("out.etd")},
+                                0)
+                          .err,
+                      "");
+            EXPECT_EQ(extracted(path("out.etd")), isPNG ? png : jpeg) << pair;
+            EXPECT_EQ(readBack(path("out.etd")), std::string(to[2]) + ", " +
+                                                     std::to_string(store + 1) +
+                                                     (isPNG ? ", 3, 40" : ", 2, 64"))
+                << pair;
         }
 
-    // Without options: version 3.2 in the byte form, as `create` writes.
-    ASSERT_EQ(runTool({"convert", path("in.etd"), path("default.etd")}).status, 0);
-    EXPECT_EQ(readBack(path("default.etd")).version, 0x0302);
-    EXPECT_EQ(readBack(path("default.etd")).byteForm, 1);
-
-    // A selection stays a selection; its preview, never shown, is compared with the reader's help.
-    ASSERT_EQ(runTool({"create", "--selection", "--store", "system-record", path("pic.png"),
-                       path("sel.etd")})
-                  .status,
-              0);
-    ASSERT_EQ(runTool({"convert", "--version", "2.0", path("sel.etd"), path("sel2.etd")}).status,
-              0);
-    const ReadBack selection = readBack(path("sel2.etd"));
-    EXPECT_EQ(selection.version, 0x0200);
-    EXPECT_TRUE(selection.facts.isSelection);
-    EXPECT_EQ(selection.bytes, png);
-    EXPECT_EQ(selection.facts.pictureStore, EmberTideDocumentFacts::kSystemRecord);
+    // Without options: version 3.2 in the byte form, as `create` writes. A selection stays a
+    // selection; its preview, never shown, is compared with the reader's help.
+    expectRun("convert @in.etd @default.etd", 0);
+    EXPECT_EQ(readBack(path("default.etd")).substr(0, 7), "302, 1,");
+    expectRun("create --selection --store system-record @pic.png @sel.etd", 0);
+    expectRun("convert --version 2.0 @sel.etd @sel2.etd", 0);
+    Bytes selected;
+    EXPECT_EQ(readBack(path("sel2.etd"), &selected), "200, -1, 3, 3, 40, selection");
+    EXPECT_EQ(selected, png);
 }
 
 TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
@@ -121,9 +97,8 @@ TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
     MemoryFile m;
     ASSERT_EQ(EmberTideWriteDocument(&m.file, preview, EmberTideDocumentOptions()), 0);
     writeFile(path("stated.etd"), m.bytes());
-    ASSERT_EQ(runTool({"convert", "--version", "3.0", path("stated.etd"), path("out.etd")}).status,
-              0);
-    EXPECT_NE(runTool({"info", "--json", path("out.etd")})
+    expectRun("convert --version 3.0 @stated.etd @out.etd", 0);
+    EXPECT_NE(expectRun("info --json @out.etd", 0)
                   .out.find("\"width\": 100, \"height\": 75, \"info\": 7"),
               std::string::npos);
 
@@ -148,45 +123,30 @@ TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
         ASSERT_EQ(top.writeEnd() || top.writeEndTag(), 0);
     }
     writeFile(path("bare.etd"), bare.bytes());
-    ASSERT_NE(runTool({"info", "--json", path("bare.etd")}).out.find("\"width\": null"),
-              std::string::npos);
-    ASSERT_EQ(runTool({"convert", path("bare.etd"), path("out.etd")}).status, 0);
+    ASSERT_NE(expectRun("info --json @bare.etd", 0).out.find("\"width\": null"), std::string::npos);
+    expectRun("convert @bare.etd @out.etd", 0);
     EXPECT_EQ(extracted(path("out.etd")), png);
-    ToolRun after = runTool({"info", "--json", path("out.etd")});
-    EXPECT_NE(after.out.find("\"kind\": 3, \"format\": \"png\", \"width\": 40, \"height\": 30"),
-              std::string::npos)
-        << after.out;
+    EXPECT_NE(expectRun("info --json @out.etd", 0)
+                  .out.find("\"kind\": 3, \"format\": \"png\", \"width\": 40, \"height\": 30"),
+              std::string::npos);
 }
 
 TEST_F(ConvertCommand, InPlaceAndToStandardOutput) {
-    ASSERT_EQ(
-        runTool({"create", "--version", "3.2", "--store", "record", path("pic.jpg"), path("d.etd")})
-            .status,
-        0);
-    ToolRun c = runTool({"convert", "--version", "1.0", path("d.etd"), path("d.etd")});
-    ASSERT_EQ(c.status, 0) << c.err;
+    expectRun("create --version 3.2 --store record @pic.jpg @d.etd", 0);
+    expectRun("convert --version 1.0 @d.etd @d.etd", 0);
     EXPECT_EQ(extracted(path("d.etd")), jpeg);
-    EXPECT_EQ(readBack(path("d.etd")).version, 0x0100);
-    EXPECT_EQ(readBack(path("d.etd")).facts.pictureStore, EmberTideDocumentFacts::kRecord);
+    EXPECT_EQ(readBack(path("d.etd")), "100, -1, 2, 2, 64");
     EXPECT_EQ(strays(), "d.etd ") << "no temporary file or backup is left";
-
-    ToolRun toStdout = runTool({"convert", "--version", "3.0", path("d.etd"), "-"});
-    ASSERT_EQ(toStdout.status, 0) << toStdout.err;
-    ASSERT_EQ(runTool({"convert", "--version", "3.0", path("d.etd"), path("e.etd")}).status, 0);
-    EXPECT_EQ(toStdout.outBytes(), readFile(path("e.etd")));
+    expectRun("convert --version 3.0 @d.etd @e.etd", 0);
+    EXPECT_EQ(expectRun("convert --version 3.0 @d.etd -", 0).outBytes(), readFile(path("e.etd")));
 
     // A document with items of the editor's own beside its preview is never converted onto
     // itself (they would be lost); to another file it is, and stderr says what was left out.
     const Bytes behind = readFile(ET_SOURCE_DIR "/examples/behind-large-item-v2.etd");
     writeFile(path("own.etd"), behind);
-    ToolRun refused = runTool({"convert", path("own.etd"), path("own.etd")});
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_NE(refused.err.find("besides its preview"), std::string::npos) << refused.err;
+    expectRun("convert @own.etd @own.etd", 2, "besides its preview");
     EXPECT_EQ(readFile(path("own.etd")), behind) << "the document is untouched";
-    ToolRun elsewhere = runTool({"convert", path("own.etd"), path("preview-only.etd")});
-    EXPECT_EQ(elsewhere.status, 0) << elsewhere.err;
-    EXPECT_NE(elsewhere.err.find("1 item(s) besides the preview are not carried over"),
-              std::string::npos)
-        << elsewhere.err;
+    expectRun("convert @own.etd @preview-only.etd", 0,
+              "1 item(s) besides the preview are not carried over");
     EXPECT_EQ(extracted(path("preview-only.etd")), extracted(path("own.etd")));
 }

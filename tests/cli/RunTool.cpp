@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <spawn.h>
+#include <sstream>
 #include <sys/wait.h>
 
 extern char** environ;
@@ -94,4 +95,25 @@ std::string ToolTest::strays(const std::set<std::string>& also) const {
     for (const auto& name : sorted)
         list += name + " ";
     return list;
+}
+
+std::vector<std::string> ToolTest::words(const std::string& line) const {
+    std::vector<std::string> args;
+    std::istringstream in(line);
+    for (std::string w; in >> w;)
+        args.push_back(w.find('@') == std::string::npos
+                           ? w
+                           : w.substr(0, w.find('@')) + path(w.substr(w.find('@') + 1)));
+    return args;
+}
+
+ToolRun ToolTest::expectRun(const std::vector<std::string>& args, int status,
+                            const std::string& said, const std::string& setup) const {
+    ToolRun r = runToolAfter(setup, args);
+    std::string line;
+    for (const auto& a : args)
+        line += a + " ";
+    EXPECT_EQ(r.status, status) << line << ": signal " << r.signal << ": " << r.err;
+    EXPECT_NE(r.err.find(said), std::string::npos) << line << ": " << r.err;
+    return r;
 }

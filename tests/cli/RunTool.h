@@ -54,6 +54,15 @@ protected:
     // The sorted names in the folder that are neither in `inputs` nor in `also`: outputs, backups
     // or temporary files left behind.
     std::string strays(const std::set<std::string>& also = {}) const;
+    // `line`'s words, each "@name" in them made path(name) ("file://@a.etd" too).
+    std::vector<std::string> words(const std::string& line) const;
+    // Runs the tool (after `setup`) and expects its exit status and `said` in its stderr.
+    ToolRun expectRun(const std::vector<std::string>& args, int status,
+                      const std::string& said = "", const std::string& setup = "") const;
+    ToolRun expectRun(const std::string& line, int status, const std::string& said = "",
+                      const std::string& setup = "") const {
+        return expectRun(words(line), status, said, setup);
+    }
 
     testing_support::TempFolder folder;
     testing_support::Bytes jpeg, png;

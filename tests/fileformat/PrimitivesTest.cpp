@@ -1,6 +1,8 @@
-// PrimitivesTest.cpp - byte-exact encodings of GSFile's numbers and identifiers, positioning and
-// the path helpers.
+// PrimitivesTest.cpp - byte-exact encodings of GSFile's numbers and identifiers, reading them back
+// from whole, truncated and lying data, positioning and the path helpers.
 #include "FileTestSupport.h"
+#include "GSArray.h"
+#include "MemoryAndDisk.h"
 
 #include <gtest/gtest.h>
 
@@ -8,39 +10,47 @@
 #include <climits>
 #include <cmath>
 #include <functional>
+#include <optional>
 #include <string>
 #include <tuple>
 
+using namespace std::string_literals;
 using namespace testing_support;
 
 namespace {
 
+using Write = std::function<void(GSFile&)>;
+using Read = std::function<std::optional<long double>(GSFile&)>; // nullopt: a failed read
+
 // The bytes that `write` puts into a new memory file with the given flags added.
-std::string written(const std::function<void(GSFile&)>& write, unsigned char flags = 0) {
+std::string written(const Write& write, unsigned char flags = 0) {
     MemoryFile m;
     m.file.setFlags(m.file.getFlags() | flags);
     write(m.file);
     return toHex(m.bytes());
 }
 
-// The value that `read` takes from exactly the bytes `hex`.
-template <typename T>
-T readHex(const std::string& hex, short (GSFile::*read)(T*), unsigned char flags = 0) {
+template <typename T> Read as(short (GSFile::*read)(T*), unsigned char flags = 0) {
+    return [read, flags](GSFile& f) -> std::optional<long double> {
+        f.setFlags(f.getFlags() | flags);
+        T value{};
+        if ((f.*read)(&value)) return std::nullopt;
+        return static_cast<long double>(value);
+    };
+}
+
+std::optional<long double> readMemory(const std::string& hex, const Read& read) {
     MemoryFile m(fromHex(hex));
-    m.file.setFlags(m.file.getFlags() | flags);
-    T value{};
-    EXPECT_EQ((m.file.*read)(&value), 0) << "reading " << hex;
-    EXPECT_EQ(m.file.tell(), long(m.bytes().size())) << "bytes left unread in " << hex;
-    return value;
+    return read(m.file);
 }
 
 } // namespace
 
 // Integers are big-endian. The compatible float encoding is a 4-byte mantissa (m in [0.5, 1)
 // times 2^30, cut towards zero) and a 2-byte binary exponent: floats keep all their bits, doubles
-// only 31. The raw flags, each on its own, store IEEE bits instead.
+// only 31. The raw flags, each on its own, store IEEE bits instead. Array counts are 4-byte longs
+// unless an object table asks for 64-bit positions; then they are compact.
 TEST(Primitives, ByteExactEncodings) {
-    using Write = std::function<void(GSFile&)>;
     // clang-format off
     const std::tuple<const char*, unsigned char, Write, const char*> cases[] = {
         {"integers", 0, [](GSFile& f) {
@@ -54,31 +64,22 @@ TEST(Primitives, ByteExactEncodings) {
         {"raw float", GSFile::kRawFloats, [](GSFile& f) { f.writeFloat(-2.0f), f.writeDouble(-2.0); },
          "c0 00 00 00 e0 00 00 00 00 02"},
         {"raw double", GSFile::kRawDoubles, [](GSFile& f) { f.writeFloat(-2.0f), f.writeDouble(-2.0); },
-         "e0 00 00 00 00 02 c0 00 00 00 00 00 00 00"}};
+         "e0 00 00 00 00 02 c0 00 00 00 00 00 00 00"},
+        {"4-byte counts", 0, [](GSFile& f) { f.writeArrayCount(300), f.writeArrayCount(-2); },
+         "00 00 01 2c ff ff ff fe"},
+        {"64-bit counts", 0, [](GSFile& f) {
+             f.startObjectMergingWrite(1), f.writeArrayCount(300), f.writeArrayCount(1L << 40);
+         }, "02 00 00 00 00 00 00 00 00 00 ac 04 80 80 80 80 80 40"}};
     // clang-format on
     for (const auto& [name, flags, write, hex] : cases)
         EXPECT_EQ(written(write, flags), hex) << name;
-    EXPECT_EQ(readHex("80 00", &GSFile::readIntAsShort), -32768) << "must be sign-extended";
-    EXPECT_EQ(readHex("00 00 00 01 80 00 00 00", &GSFile::readLongLong), 0x180000000L)
-        << "the low half must not be sign-extended over the high half";
-    EXPECT_EQ(readHex("c0 00 00 00", &GSFile::readFloat, GSFile::kRawFloats), -2.0f);
-    EXPECT_EQ(readHex("c0 00 00 00 00 00 00 00", &GSFile::readDouble, GSFile::kRawDoubles), -2.0);
     for (float v : {1.5f, -0.1f, 123456.79f, 1e10f, -6.5e-11f})
-        EXPECT_EQ(readHex(written([v](GSFile& f) { f.writeFloat(v); }), &GSFile::readFloat), v);
-
-    // Reading a float saturates out-of-range exponents: above 37 to the largest float (the sign
-    // is dropped), below -36 to zero. 37 and -36 themselves are still computed.
-    // clang-format off
-    for (auto [hex, expected] : {std::pair{"ff ff ff ff 00 26", FLT_MAX}, {"20 00 00 00 00 26", FLT_MAX},
-                                 {"ff ff ff ff ff db", 0.0f}, {"e0 00 00 00 00 25", -std::ldexp(1.0f, 36)},
-                                 {"20 00 00 00 ff dc", std::ldexp(1.0f, -37)}})
-        EXPECT_EQ(readHex(hex, &GSFile::readFloat), expected) << hex;
-    // clang-format on
+        EXPECT_EQ(readMemory(written([v](GSFile& f) { f.writeFloat(v); }), as(&GSFile::readFloat)),
+                  v);
 }
 
 // Compact long longs: 6 value bits, the sign and "more" in the first byte, then 7 bits a byte.
-// Array counts are 4-byte longs unless an object table asks for 64-bit positions; then compact.
-TEST(Primitives, CompactLongLongAndArrayCounts) {
+TEST(Primitives, CompactLongLong) {
     auto compact = [](long v) { return written([v](GSFile& f) { f.writeCompactLongLong(v); }); };
     // clang-format off
     for (auto [value, hex] : {std::pair{0L, "00"}, {63L, "3f"}, {64L, "80 01"}, {-1L, "40"}, {-64L, "7f"},
@@ -86,52 +87,93 @@ TEST(Primitives, CompactLongLongAndArrayCounts) {
                               {LONG_MAX, "bf ff ff ff ff ff ff ff ff 01"},
                               {LONG_MIN, "ff ff ff ff ff ff ff ff ff 01"}}) {
         EXPECT_EQ(compact(value), hex) << value;
-        EXPECT_EQ(readHex(hex, &GSFile::readCompactLongLong), value);
+        EXPECT_EQ(readMemory(hex, as(&GSFile::readCompactLongLong)), value);
     }
     for (long v : {(1L << 55) - 1, 1L << 55, -(1L << 34) - 1, 1L << 62, -(1L << 62) - 1})
-        EXPECT_EQ(readHex(compact(v), &GSFile::readCompactLongLong), v);
+        EXPECT_EQ(readMemory(compact(v), as(&GSFile::readCompactLongLong)), v);
     // clang-format on
-
-    EXPECT_EQ(readHex("ff ff ff fe", &GSFile::readArrayCount), -2) << "must be sign-extended";
-    for (short use64 : {0, 1}) {
-        MemoryFile m;
-        ASSERT_EQ(m.file.startObjectMergingWrite(use64), 0);
-        long start = m.file.tell(), count = 0, second = use64 ? 1L << 40 : -2;
-        ASSERT_FALSE(m.file.writeArrayCount(300) || m.file.writeArrayCount(second));
-        Bytes all = m.bytes();
-        EXPECT_EQ(toHex(Bytes(all.begin() + start, all.end())),
-                  use64 ? "ac 04 80 80 80 80 80 40" : "00 00 01 2c ff ff ff fe");
-        ASSERT_FALSE(m.file.seek(start, 0) || m.file.readArrayCount(&count));
-        EXPECT_EQ(count, 300);
-        ASSERT_EQ(m.file.readArrayCount(&count), 0);
-        EXPECT_EQ(count, second);
-    }
 }
 
-TEST(Primitives, TokensIdentifiersAndPositions) {
-    MemoryFile many(Bytes(300, 'a'));
-    EXPECT_FALSE(many.file.isToken(std::string(256, 'a').c_str(), 0));
-    EXPECT_EQ(many.file.tell(), 0) << "a token over 255 bytes is refused before reading";
-    EXPECT_TRUE(many.file.isToken(std::string(255, 'a').c_str(), 0));
-    MemoryFile spaced(Bytes{'k', 'e', 'y', ' ', '\t', '\r', '\n', '\f', '\v'});
-    EXPECT_FALSE(spaced.file.isToken("kex", 1));
-    EXPECT_EQ(spaced.file.tell(), 3) << "a mismatch leaves its bytes consumed";
-    spaced.file.readWhiteSpace();
-    EXPECT_EQ(spaced.file.getChar(), '\v') << "vertical tab is not white space";
-    MemoryFile end(Bytes{'k', ' ', ' '});
-    EXPECT_TRUE(end.file.isToken("k", 1));
-    EXPECT_EQ(end.file.tell(), 3) << "at the end of the data nothing is put back";
+// Every read takes exactly its bytes. Data that ends inside a number is a failed read, never a
+// read beyond the data; so is a compact long long with more than the nine continuation bytes that
+// 64 bits can need, and an array count beyond the bytes left (before anything is allocated).
+TEST(Primitives, ReadingWholeTruncatedAndLyingData) {
+    const Read objects = [](GSFile& f) -> std::optional<long double> {
+        ObjectArray array;
+        return array.read(&f) ? std::nullopt : std::optional<long double>(array.getCount());
+    };
+    const Read tenBytes = [](GSFile& f) -> std::optional<long double> {
+        unsigned char buffer[16] = {};
+        return f.read(buffer, 10) && buffer[4] == 0 ? std::nullopt : std::optional(1.0L);
+    };
+    const Read compact = as(&GSFile::readCompactLongLong);
+    const auto fail = std::nullopt;
+    // clang-format off
+    const std::tuple<const char*, bool, Read, std::optional<long double>> cases[] = {
+        {"80 00", false, as(&GSFile::readIntAsShort), -32768}, // sign-extended
+        // The low half must not be sign-extended over the high half.
+        {"00 00 00 01 80 00 00 00", false, as(&GSFile::readLongLong), 0x180000000L},
+        {"ff ff ff fe", false, as(&GSFile::readArrayCount), -2},
+        {"ac 04", true, as(&GSFile::readArrayCount), 300},
+        {"80 80 80 80 80 40", true, as(&GSFile::readArrayCount), 1L << 40},
+        {"c0 00 00 00", false, as(&GSFile::readFloat, GSFile::kRawFloats), -2},
+        {"c0 00 00 00 00 00 00 00", false, as(&GSFile::readDouble, GSFile::kRawDoubles), -2},
+        // Out-of-range exponents saturate: above 37 to the largest float (the sign is dropped),
+        // below -36 to zero. 37 and -36 themselves are still computed.
+        {"ff ff ff ff 00 26", false, as(&GSFile::readFloat), FLT_MAX},
+        {"20 00 00 00 00 26", false, as(&GSFile::readFloat), FLT_MAX},
+        {"ff ff ff ff ff db", false, as(&GSFile::readFloat), 0},
+        {"e0 00 00 00 00 25", false, as(&GSFile::readFloat), -std::ldexp(1.0L, 36)},
+        {"20 00 00 00 ff dc", false, as(&GSFile::readFloat), std::ldexp(1.0L, -37)},
+        {"01 02 03 04 05 06 07", false, as(&GSFile::readLongLong), fail},
+        {"20 00 00 00 00", false, as(&GSFile::readFloat), fail},
+        {"20 00 00 00 01", false, as(&GSFile::readDouble), fail},
+        {"00 00 01", false, as(&GSFile::readArrayCount), fail},
+        {"80 ff", false, compact, fail},
+        {"80 ff ff ff ff ff ff ff ff ff 01", false, compact, fail},
+        {"61 62 63 64", false, tenBytes, fail},
+        {"7f ff ff ff 01", false, objects, fail},
+        {"80 80 80 80 80 80 80 80 80 01", true, objects, fail}}; // 2^62
+    // clang-format on
+    for (const auto& [hex, byteForm, read, expected] : cases) {
+        SCOPED_TRACE(hex);
+        onMemoryAndDisk(fromHex(hex), byteForm, [&](GSFile& f) {
+            EXPECT_EQ(read(f), expected);
+            if (expected) {
+                EXPECT_EQ(f.getBytesLeft(), 0) << "bytes left unread";
+            }
+        });
+    }
+    onMemoryAndDisk(Bytes(5000, 0), false, [](GSFile& f) {
+        ASSERT_EQ(f.seek(100, 0), 0);
+        EXPECT_TRUE(f.fitsInFile(4900));
+        EXPECT_FALSE(f.fitsInFile(4901) || f.fitsInFile(1L << 62) || f.fitsInFile(-1));
+        EXPECT_EQ(f.tell(), 100) << "checking the bytes left must not move the reader";
+    });
+}
 
-    // An identifier is its text and a NUL: data, rewind wanted, found, position after.
-    const std::tuple<Bytes, short, bool, long> cases[] = {{{'A', 'B', 0, 'x'}, 1, true, 3},
-                                                          {{'A', 'B', 'C'}, 1, false, 0},
-                                                          {{'A', 'B'}, 1, false, 0},
-                                                          {{'A', 'X', 0}, 1, false, 0},
-                                                          {{'A', 'B', 'C'}, 0, false, 3}};
-    for (const auto& [data, rewind, found, after] : cases) {
-        MemoryFile m(data);
-        EXPECT_EQ(m.file.hasID("AB", rewind), found) << toHex(data);
-        EXPECT_EQ(m.file.tell(), after) << toHex(data) << (rewind ? ", rewinding" : "");
+// A token over 255 bytes is refused before reading; a mismatch leaves its bytes consumed; white
+// space after a token is skipped up to the end of the data, vertical tab excepted. An identifier
+// is its text and a NUL, and the reader goes back where it was when asked to.
+TEST(Primitives, TokensIdentifiersAndPositions) {
+    const std::string a300(300, 'a');
+    // data, text, identifier (else token), rewind (else skip white space), found, position after
+    const std::tuple<std::string, std::string, bool, short, bool, long> cases[] = {
+        {a300, std::string(256, 'a'), false, 0, false, 0},
+        {a300, std::string(255, 'a'), false, 0, true, 255},
+        {"key \t\r\n\f\v", "kex", false, 1, false, 3},
+        {"key \t\r\n\f\v", "key", false, 1, true, 8},
+        {"k  ", "k", false, 1, true, 3},
+        {"AB\0x"s, "AB", true, 1, true, 3},
+        {"ABC", "AB", true, 1, false, 0},
+        {"AB", "AB", true, 1, false, 0},
+        {"AX\0"s, "AB", true, 1, false, 0},
+        {"ABC", "AB", true, 0, false, 3}};
+    for (const auto& [data, text, id, flag, found, after] : cases) {
+        MemoryFile m(Bytes(data.begin(), data.end()));
+        EXPECT_EQ(id ? m.file.hasID(text.c_str(), flag) : m.file.isToken(text.c_str(), flag), found)
+            << data;
+        EXPECT_EQ(m.file.tell(), after) << data << " " << flag;
     }
 
     MemoryFile m(Bytes(10, 0));

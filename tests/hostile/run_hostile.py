@@ -165,7 +165,7 @@ def bit_flips(source, variants=30):
     return cases
 
 
-Run = collections.namedtuple("Run", "name command status why seconds cpu rss_kb")
+Run = collections.namedtuple("Run", "name command status why seconds")
 
 
 def run_all(tool, work, timeout, jobs):
@@ -182,7 +182,7 @@ def run_all(tool, work, timeout, jobs):
                                        stdout=subprocess.DEVNULL, stderr=err)
             running[process.pid] = (process, err, time.monotonic(), control, name, command)
             continue
-        pid, status, usage = os.wait4(-1, os.WNOHANG)  # reaped here, not by Popen
+        pid, status, _ = os.wait4(-1, os.WNOHANG)  # reaped here, not by Popen
         if pid == 0:
             for late in [p for p in running if p not in killed
                          and time.monotonic() - running[p][2] > timeout]:
@@ -203,8 +203,7 @@ def run_all(tool, work, timeout, jobs):
                "limit or sanitizer: " + bad[-1][:200] if bad else
                "a well-formed document gave status %d: %s" % (code, stderr) if control and code
                else None)
-        results.append(Run(name, command, outcome, why, time.monotonic() - start,
-                           usage.ru_utime + usage.ru_stime, usage.ru_maxrss))
+        results.append(Run(name, command, outcome, why, time.monotonic() - start))
     return results
 
 
@@ -232,9 +231,8 @@ def main():
     print("%d documents (%d controls), %d runs in %.1f s, at most %.1f s%s each" % (
         len(cases), len(controls), len(results), time.monotonic() - started, timeout,
         "" if sanitized else " and 256 MB"))
-    for what in ("seconds", "cpu", "rss_kb"):  # peak resident memory counts this script's pages
-        worst = max(results, key=lambda r: getattr(r, what))
-        print("most %s: %g (%s %s)" % (what, getattr(worst, what), worst.command, worst.name))
+    slowest = max(results, key=lambda r: r.seconds)
+    print("slowest: %.2f s (%s %s)" % (slowest.seconds, slowest.command, slowest.name))
     print("statuses: " + ", ".join("%s %s: %d" % (c, s, n) for (c, s), n in sorted(
         collections.Counter((r.command, r.status) for r in results).items(), key=str))
           + "; %d failed runs" % len(failures))

@@ -1,5 +1,5 @@
 // RecordForms.h - writing and reading records in each of the three framings a document gives
-// them, for the value-object and dictionary tests.
+// them, for the value-object and dictionary tests, and records that our writers would refuse.
 //
 // No object table: long-form chunks, 4-byte counts, compatible floats. A table without 64-bit
 // mode: the same encodings, records entered in the table. A table with it: byte-form chunks,
@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 namespace record_forms {
 
@@ -73,5 +74,19 @@ template <class T> GSObjectRef<T> roundTrip(const T& object, Form form) {
     bool same = status == 0 && back && back->getRuntimeClass() == object.getRuntimeClass();
     return GSObjectRef<T>(same ? static_cast<T*>(back.get()) : nullptr);
 }
+
+// A record that names `type` but whose body is whatever `body` writes: for files our writers do
+// not make (bodies in other versions, nesting past the writer's own limit).
+class RawRecord : public GSObject {
+public:
+    using Body = std::function<short(GSFile*)>;
+    RawRecord(const GSRuntimeClass& type, Body body) : type(&type), body(std::move(body)) {}
+    const GSRuntimeClass* getRuntimeClass() const override { return type; }
+    short write(GSFile* file) const override { return body(file); }
+
+private:
+    const GSRuntimeClass* type;
+    Body body;
+};
 
 } // namespace record_forms

@@ -40,20 +40,17 @@ TEST(StringTable, KeepsKeysInCodePointOrderAndReplacesValues) {
     EXPECT_EQ(names.setValue("e\xCC\x81", "decomposed"), 3);
     EXPECT_EQ(listing(names)[3], "\xC3\xA9=decomposed");
     EXPECT_EQ(text(names.getValue("\xC3\xA9")), "decomposed");
-    EXPECT_EQ(names.findIndex("zz"), -1);
-    EXPECT_TRUE(names.getValue("zz").isNull());
+    EXPECT_EQ(std::pair(names.findIndex("zz"), names.getValue("zz").isNull()),
+              std::pair(-1L, true));
     EXPECT_EQ(names.add(GSString("f"), GSString("added")), 0) << "add goes through setValue";
     EXPECT_EQ(std::pair(text(names.getValue("f")), names.getCount()),
               std::pair(std::string("added"), 6L));
-
     GSNumericStringTable numbers;
-    GSString key, value;
-    EXPECT_THROW(numbers.get(0, &key, &value), std::bad_index);
-    EXPECT_THROW(names.get(6, &key, &value), std::bad_index);
-    EXPECT_THROW(names.get(-1, &key, &value), std::bad_index);
+    EXPECT_THROW(numbers.get(0, nullptr, nullptr), std::bad_index);
     numbers.setValue(5, "five");
-    EXPECT_THROW(numbers.get(1, &key, &value), std::bad_index);
-    EXPECT_THROW(numbers.get(-1, &key, &value), std::bad_index);
+    for (long outside : {-1L, 1L})
+        EXPECT_THROW(numbers.get(outside, nullptr, nullptr), std::bad_index) << outside;
+    EXPECT_THROW(names.get(6, nullptr, nullptr), std::bad_index);
 }
 
 TEST(StringTable, ValuesFromTheTableItselfAndCopies) {
@@ -64,11 +61,8 @@ TEST(StringTable, ValuesFromTheTableItselfAndCopies) {
     for (const char* key : {"a", "b", "c", "d", "e", "f"})
         table.setValue(key, table.getValue("m"));
     EXPECT_EQ(listing(table).size(), 7u);
-    for (long i = 0; i < table.getCount(); ++i) {
-        GSString value;
-        EXPECT_EQ(table.get(i, nullptr, &value), 0);
-        EXPECT_EQ(text(value), shared) << i;
-    }
+    for (const std::string& entry : listing(table))
+        EXPECT_EQ(entry.substr(2), shared) << entry;
     GSNumericStringTable numbers(1, 1);
     numbers.setValue(1, GSString::withCopyOf("one"));
     for (int key = 2; key < 10; ++key)
@@ -109,10 +103,9 @@ TEST(NumericStringTable, OrdersByWrappedDifference) {
         for (int key : keys)
             table.setValue(key, GSString::withCopyOf(std::to_string(key).c_str()));
         EXPECT_EQ(listing(table), expected);
-        long at = table.setValue(keys[0], "again");
-        EXPECT_EQ(at, table.findIndex(keys[0])) << "replaced where it is found";
-        EXPECT_EQ(text(table.getValue(keys[0])), "again");
-        EXPECT_EQ(table.getCount(), long(keys.size()));
+        EXPECT_EQ(table.setValue(keys[0], "again"), table.findIndex(keys[0])) << "replaced there";
+        EXPECT_EQ(std::pair(text(table.getValue(keys[0])), table.getCount()),
+                  std::pair(std::string("again"), long(keys.size())));
     }
 }
 
@@ -142,13 +135,11 @@ TEST(StringTable, UnsortedTablesAppendAndSortLater) {
 TEST(StringTable, LoadReadsTheProcessWideNumericTable) {
     // Ids far from any that the framework or an application would use.
     GSString::_numericStringTable.setValue(777001, GSString::withCopyOf("loaded text"));
-    GSString s("previous");
+    GSString s("previous"), absent("previous"), zero("x");
     s.load(777001);
+    absent.load(777002);
+    zero.load(0);
     EXPECT_EQ(text(s) + "|" + text(GSString(777001)), "loaded text|loaded text");
-    s.load(777002);
-    EXPECT_TRUE(s.isNull());
-    s = GSString("x");
-    s.load(0);
-    EXPECT_TRUE(s.isEmpty());
-    EXPECT_TRUE(GSString(0).isNull());
+    EXPECT_EQ(std::tuple(absent.isNull(), zero.isEmpty(), GSString(0).isNull()),
+              std::tuple(true, true, true));
 }

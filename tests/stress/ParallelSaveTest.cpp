@@ -6,6 +6,7 @@
 // After every round each document is its old or its new self (it holds its own picture, never
 // another document's or none) and no hidden temporary file is left. ET_STRESS_ROUNDS sets the
 // number of rounds (200 by default).
+#include "FileTestSupport.h"
 #include "GSFileSpec.h"
 #include "GSGetThumbnail.h"
 #include "RunTool.h"
@@ -47,78 +48,49 @@ Bytes previewIn(const std::string& path) {
 
 // Hidden items of a folder, but for `except`.
 std::vector<std::string> hiddenItems(const std::string& folder,
-                                     const std::vector<std::string>& except = {}) {
+                                     const std::set<std::string>& except = {}) {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        std::string name = entry.path().filename();
-        if (name[0] == '.' && std::find(except.begin(), except.end(), name) == except.end())
-            names.push_back(name);
-    }
+    for (const std::string& name : file_test::listing(folder))
+        if (name[0] == '.' && !except.count(name)) names.push_back(name);
     return names;
 }
 
 // Runs every argument list at once and checks that each exits with status 0.
 void runAtOnce(const std::vector<std::vector<std::string>>& commands, const TempFolder& logs) {
     std::vector<pid_t> pids;
-    for (size_t i = 0; i < commands.size(); ++i) {
+    for (const auto& command : commands) {
         std::vector<std::string> argv = {ET_TOOL_PATH};
-        argv.insert(argv.end(), commands[i].begin(), commands[i].end());
-        pids.push_back(startProcess(argv, logs.path("out" + std::to_string(i)),
-                                    logs.path("err" + std::to_string(i))));
+        argv.insert(argv.end(), command.begin(), command.end());
+        std::string out = logs.path(std::to_string(pids.size()));
+        pids.push_back(startProcess(argv, out, out + ".err"));
     }
     for (size_t i = 0; i < pids.size(); ++i) {
-        ToolRun run = finishProcess(pids[i], logs.path("out" + std::to_string(i)),
-                                    logs.path("err" + std::to_string(i)));
+        std::string out = logs.path(std::to_string(i));
+        ToolRun run = finishProcess(pids[i], out, out + ".err");
         EXPECT_EQ(run.status, 0) << run.err;
     }
 }
 
-// The hidden names that a fresh process tries first, in order: the generator starts alike in
-// every process, which is why the names alone protect nothing.
-std::vector<std::string> firstTemporaryNames(int count, const std::string& extender) {
-    std::vector<std::string> names;
-    uint32_t state = 4385737;
-    for (int n = 0; n < count; ++n) {
-        std::string name = ".tmp";
-        for (int i = 0; i < 10; ++i) {
-            state = state * 1103515245u + 12345u;
-            unsigned r = (state >> 1) % 36;
-            name += static_cast<char>(r < 10 ? '0' + r : 'a' + (r - 10));
-        }
-        names.push_back(name + extender);
-    }
-    return names;
-}
-
 } // namespace
 
+// Two and eight in-place converts of one document at once; 64 documents of one folder at once.
 TEST(ParallelSaves, EveryDocumentEndsAsItsOldOrNewSelf) {
-    struct Case {
-        const char* name;
-        int documents;
-        int processesPerDocument;
-    };
-    const Case cases[] = {
-        {"two in-place converts of one document", 1, 2},
-        {"eight in-place converts of one document", 1, 8},
-        {"64 documents of one folder at once", 64, 1},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (auto [documentCount, processesPerDocument] : {std::pair{1, 2}, {1, 8}, {64, 1}}) {
+        SCOPED_TRACE(std::to_string(documentCount) + " x " + std::to_string(processesPerDocument));
         TempFolder folder, logs;
         std::vector<std::string> documents;
-        for (int d = 0; d < c.documents; ++d) {
+        for (int d = 0; d < documentCount; ++d) {
             documents.push_back(folder.path("doc" + std::to_string(d) + ".etd"));
             writeDocument(documents.back(), pictureOf(d));
         }
         for (int round = 0; round < rounds() && !HasFailure(); ++round) {
             std::vector<std::vector<std::string>> commands;
-            for (int d = 0; d < c.documents; ++d)
-                for (int p = 0; p < c.processesPerDocument; ++p)
+            for (int d = 0; d < documentCount; ++d)
+                for (int p = 0; p < processesPerDocument; ++p)
                     commands.push_back({"convert", "--version", (round + p) % 2 ? "2.0" : "3.0",
                                         documents[d], documents[d]});
             runAtOnce(commands, logs);
-            for (int d = 0; d < c.documents; ++d)
+            for (int d = 0; d < documentCount; ++d)
                 EXPECT_EQ(previewIn(documents[d]), pictureOf(d)) << "round " << round;
             EXPECT_EQ(hiddenItems(folder.root()), std::vector<std::string>()) << "round " << round;
         }
@@ -140,9 +112,11 @@ TEST(ParallelSaves, LinksPlantedAtTheHiddenNamesAreNeverFollowedOrRemoved) {
     // The working file's names and the backup's (which have no extender): while the saves run,
     // another user makes links appear at them and go again, so that some are there when a name
     // is opened and some when it is probed. The sticky bit keeps that user from deleting ours.
-    std::vector<std::string> names = firstTemporaryNames(6, ".etd");
-    for (const std::string& name : firstTemporaryNames(6, ""))
-        names.push_back(name);
+    std::vector<std::string> names;
+    for (int n = 0; n < 6; ++n) {
+        std::string name = "." + file_test::str(GSFileSpec::getTemporaryFilename());
+        names.insert(names.end(), {name + ".etd", name});
+    }
     pid_t planter = ::fork();
     ASSERT_GE(planter, 0);
     if (planter == 0) {
@@ -163,12 +137,10 @@ TEST(ParallelSaves, LinksPlantedAtTheHiddenNamesAreNeverFollowedOrRemoved) {
     EXPECT_EQ(readFile(victim), fromHex("76 69 63 74 69 6d"));
     EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(absent)));
     EXPECT_EQ(previewIn(document), pictureOf(1));
-    for (const std::string& name : hiddenItems(shared.root(), names))
-        ADD_FAILURE() << "left behind: " << name;
+    EXPECT_EQ(hiddenItems(shared.root(), {names.begin(), names.end()}), std::vector<std::string>());
     for (const std::string& name : names) {
         struct stat facts;
-        if (::lstat(shared.path(name).c_str(), &facts) == 0) {
-            EXPECT_TRUE(S_ISLNK(facts.st_mode)) << name << " was replaced";
-        }
+        EXPECT_TRUE(::lstat(shared.path(name).c_str(), &facts) != 0 || S_ISLNK(facts.st_mode))
+            << name << " was replaced";
     }
 }

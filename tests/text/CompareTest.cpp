@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 using testing_support::text;
 
 namespace {
@@ -65,23 +67,16 @@ TEST(Compare, ExactResults) {
     }
 }
 
-TEST(Compare, Searches) {
+TEST(Compare, SearchesAndSubstrings) {
     const GSString path("/a/b.c/d.txt"), &null = GSString::null;
-    const std::pair<long, long> rows[] = {
-        // clang-format off
-        {path.findChar('/', 0), 0}, {path.findChar('/', 1), 2}, {path.findChar('t', 11), 11},
-        {path.findChar('q', 0), -1}, {path.findCharRev('.'), 8}, {path.findCharRev('q'), -1},
-        {null.findChar('a', 0), -1}, {null.findCharRev('a'), -1},
-        // clang-format on
-    };
-    for (size_t i = 0; i < std::size(rows); ++i)
-        EXPECT_EQ(rows[i].first, rows[i].second) << "row " << i;
-    GSString hello = GSString("hello", -1, GSString::kMac);
-    EXPECT_EQ(text(hello.getSubstring(2, -1)), "llo");
-    EXPECT_EQ(text(hello.getSubstring(1, 3)), "ell");
-    GSString none = hello.getSubstring(3, 0);
-    EXPECT_TRUE(none.isNull());
-    EXPECT_EQ(none.getEncoding(), GSString::kMac);
+    const GSString hello("hello", -1, GSString::kMac), none = hello.getSubstring(3, 0);
+    EXPECT_EQ((std::vector{path.findChar('/', 0), path.findChar('/', 1), path.findChar('t', 11),
+                           path.findChar('q', 0), path.findCharRev('.'), path.findCharRev('q'),
+                           null.findChar('a', 0), null.findCharRev('a')}),
+              (std::vector<long>{0, 2, 11, -1, 8, -1, -1, -1}));
+    EXPECT_EQ(text(hello.getSubstring(2, -1)) + text(hello.getSubstring(1, 3)), "lloell");
+    EXPECT_EQ(std::pair(none.isNull(), int(none.getEncoding())),
+              std::pair(true, int(GSString::kMac)));
     GSString longText = GSString::withCopyOf(std::string(100, 'x').c_str());
     EXPECT_EQ(longText.getSubstring(0, 100).getConstAddr(), longText.getConstAddr())
         << "the whole text is shared";

@@ -27,12 +27,11 @@ TEST(Numbers, IntegerWidthCountsDigitsAndItsSignPicksThePadding) {
         }
     }
     // Appends, keeps the tag, and pads a wide field in full.
-    GSString s("n=", 2, GSString::kMac);
+    GSString s("n=", 2, GSString::kMac), v("x");
     s.addLong(42, 200);
-    EXPECT_EQ(text(s), "n=" + std::string(198, ' ') + "42");
-    EXPECT_EQ(s.getEncoding(), GSString::kMac);
-    s.setLongValue(-9);
-    EXPECT_EQ(text(s), "-9");
+    v.setLongValue(-9);
+    EXPECT_EQ(std::tuple(text(s), int(s.getEncoding()), text(v)),
+              std::tuple("n=" + std::string(198, ' ') + "42", int(GSString::kMac), "-9"));
 }
 
 TEST(Numbers, CompactDecimalsRoundByFortyNineHundredthsAndDropTrailingZeros) {
@@ -54,8 +53,7 @@ TEST(Numbers, CompactDecimalsRoundByFortyNineHundredthsAndDropTrailingZeros) {
             << value << " with " << decimals << " decimals";
     }
     GSString f;
-    f.addCompactFloat(0.75f, 2, nullptr);
-    EXPECT_EQ(text(f), "0.75") << "the scale pointer may be null";
+    EXPECT_EQ(f.addCompactFloat(0.75f, 2, nullptr) || text(f) != "0.75", false) << "no scale";
 }
 
 TEST(Numbers, TrailingCharactersWhiteSpaceAndReading) {
@@ -101,7 +99,7 @@ TEST(Numbers, TrailingCharactersWhiteSpaceAndReading) {
         EXPECT_EQ(std::tuple(got, e, d), std::tuple(value, end, digitsEnd)) << in;
     }
     long end = -1;
-    EXPECT_EQ(GSString("  42abc").getLongValue(0, &end), 42);
-    EXPECT_EQ(end, 4);
-    EXPECT_EQ(GSString::null.getLongValue(0, nullptr), 0);
+    EXPECT_EQ((std::tuple{GSString("  42abc").getLongValue(0, &end), end,
+                          GSString::null.getLongValue(0, nullptr)}),
+              std::tuple(42, 4L, 0));
 }

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 using bench_support::allocationCount;
 using namespace testing_support;
 
@@ -35,39 +37,37 @@ TEST(StringFile, BothLayoutsByteForByteAndBack) {
         {GSString::withCopyOf(seventy.c_str()), "64 87 01 " + seventyHex + " 00",
          "ff 9b 00 00 00 47 " + seventyHex + " 00", GSString::kUTF8, seventy},
     };
+    using Read = std::tuple<bool, int, std::string>; // null, tag and text read back
     for (short use64 : {1, 0}) {
         SCOPED_TRACE(use64 ? "64-bit layout" : "classic layout");
         MemoryFile m;
         ASSERT_EQ(m.file.startObjectMergingWrite(use64), 0);
         const long first = m.file.tell();
+        std::string hex;
+        std::vector<Read> expected, back;
         for (const auto& r : records) {
-            long start = m.file.tell();
             ASSERT_EQ(r.value.write(&m.file), 0);
-            Bytes all = m.bytes();
-            EXPECT_EQ(toHex(Bytes(all.begin() + start, all.begin() + m.file.tell())),
-                      use64 ? r.hex64 : r.hexClassic);
+            hex += (hex.empty() ? "" : " ") + (use64 ? r.hex64 : r.hexClassic);
+            expected.emplace_back(r.value.isNull(), r.tagRead, r.textRead);
         }
-        long end = m.file.tell();
+        const long end = m.file.tell();
+        const Bytes all = m.bytes();
+        EXPECT_EQ(toHex(Bytes(all.begin() + first, all.begin() + end)), hex);
         m.file.seek(first, 0);
-        for (const auto& r : records) {
-            GSString back = GSString::withCopyOf("previous content");
-            ASSERT_EQ(back.read(&m.file), 0);
-            EXPECT_EQ(back.isNull(), r.value.isNull()) << "null and empty stay distinct";
-            EXPECT_EQ(back.getEncoding(), r.tagRead);
-            EXPECT_EQ(text(back), r.textRead);
+        for (size_t i = 0; i < expected.size(); ++i) {
+            GSString s = GSString::withCopyOf("previous content");
+            ASSERT_EQ(s.read(&m.file), 0);
+            back.emplace_back(s.isNull(), s.getEncoding(), text(s));
         }
+        EXPECT_EQ(back, expected) << "null and empty stay distinct";
         EXPECT_EQ(m.file.tell(), end);
         m.file.stopObjectMergingWrite();
     }
 }
 
 TEST(StringFile, OlderFormsAndCountsTheFileCannotHold) {
-    const struct {
-        const char* hex;
-        short status;
-        const char* text; // null: the null string
-        const char* what;
-    } rows[] = {
+    // Rows: bytes, status, text (null: the null string), what they are.
+    const std::tuple<const char*, short, const char*, const char*> rows[] = {
         {"00 05 61 62 63 e9 00", 0, "abc\x8E", "a positive marker counts a Windows text"},
         {"ff 9b 00 00 00 03 61 62 63", 0, nullptr, "no NUL at the end: null, not an error"},
         {"ff 9b ff ff ff fb", 0, nullptr, "a count below 1"},
@@ -77,14 +77,14 @@ TEST(StringFile, OlderFormsAndCountsTheFileCannotHold) {
         {"ff 9b 00 00", 1, nullptr, "a cut count"},
         {"ff", 1, nullptr, "a cut marker"},
     };
-    for (const auto& r : rows) {
-        MemoryFile m(fromHex(r.hex));
+    for (const auto& [hex, status, expected, what] : rows) {
+        MemoryFile m(fromHex(hex));
         GSString s = GSString::withCopyOf("x");
         long before = allocationCount();
-        EXPECT_EQ(s.read(&m.file), r.status) << r.what;
-        EXPECT_EQ(r.status ? allocationCount() - before : 0, 0) << r.what;
-        EXPECT_EQ(s.isNull(), !r.text) << r.what;
-        EXPECT_EQ(text(s), r.text ? r.text : "") << r.what;
+        short got = s.read(&m.file);
+        EXPECT_EQ(std::tuple(got, status ? allocationCount() - before : 0, s.isNull(), text(s)),
+                  std::tuple(status, 0L, !expected, std::string(expected ? expected : "")))
+            << what;
     }
     // The same in the 64-bit layout, with compact counts up to 2^62.
     for (long announced : {1L << 62, 1L << 40, 70000L, 9L}) {

@@ -31,15 +31,13 @@ std::string encode(unsigned code) {
 } // namespace
 
 TEST(UTF8, EveryLengthEncodesAndReadsBack) {
-    // Beyond Unicode the encoder follows the arithmetic: up to seven bytes.
+    // The last code point of each length; beyond Unicode the encoder follows the arithmetic, up
+    // to seven bytes (which the reader does not take).
     // clang-format off
     const std::pair<unsigned, std::string> rows[] = {
-        {0x41, "A"}, {0x7F, "\x7F"}, {0xE9, "\xC3\xA9"}, {0x7FF, "\xDF\xBF"},
-        {0x20AC, "\xE2\x82\xAC"}, {0x1F600, "\xF0\x9F\x98\x80"}, {0x10FFFF, "\xF4\x8F\xBF\xBF"},
+        {0x7F, "\x7F"}, {0x7FF, "\xDF\xBF"}, {0x20AC, "\xE2\x82\xAC"}, {0x1F600, "\xF0\x9F\x98\x80"},
         {0x1FFFFF, "\xF7\xBF\xBF\xBF"}, {0x200000, "\xF8\x88\x80\x80\x80"},
-        {0x3FFFFFF, "\xFB\xBF\xBF\xBF\xBF"}, {0x4000000, "\xFC\x84\x80\x80\x80\x80"},
-        {0x7FFFFFFF, "\xFD\xBF\xBF\xBF\xBF\xBF"}, {0x80000000u, "\xFE\x82\x80\x80\x80\x80\x80"},
-        {0xFFFFFFFFu, "\xFE\x83\xBF\xBF\xBF\xBF\xBF"}};
+        {0x7FFFFFFF, "\xFD\xBF\xBF\xBF\xBF\xBF"}, {0xFFFFFFFFu, "\xFE\x83\xBF\xBF\xBF\xBF\xBF"}};
     // clang-format on
     for (const auto& [code, bytes] : rows) {
         EXPECT_EQ(encode(code), bytes) << std::hex << code;
@@ -56,62 +54,39 @@ TEST(UTF8, OverlongTruncatedAndBrokenSequences) {
     // Lenient: min(k, available) continuation bytes, the NUL past the text counting as one, the
     // low six bits of whatever byte comes; a bad lead byte is a character of its own value.
     const std::tuple<const char*, std::string, short, long, Read> rows[] = {
-        {"overlong NUL", "\xC0\x80", 0, -1, {true, 0, 2}},
         {"overlong slash", "\xE0\x80\xAF", 0, -1, {true, 0x2F, 3}},
-        {"a surrogate code point", "\xED\xA0\x80", 0, -1, {true, 0xD800, 3}},
         {"strict continuation", "\x80x", 0, -1, {false, 0, -1}},
         {"lenient continuation", "\xBFx", 1, -1, {true, 0xBF, 1}},
         {"strict FE", "\xFEx", 0, -1, {false, 0, -1}},
-        {"lenient FF", "\xFFx", 1, -1, {true, 0xFF, 1}},
         {"strict, too few available", "\xE2\x82", 0, 1, {false, 0x2, -1}},
         {"strict, cut by the NUL", "\xE2\x82", 0, -1, {false, 0x82, -1}},
-        {"strict, no continuation byte",
-         "\xE2"
-         "A\x82",
-         0,
-         -1,
-         {false, 0x2, -1}},
+        {"strict, no continuation byte", "\xE2\x41\x82", 0, -1, {false, 0x2, -1}},
         {"lenient, cut by the NUL", "\xE2\x82", 1, -1, {true, 0x2080, 3}},
         {"lenient, lead alone", "\xF0", 1, -1, {true, 0, 2}},
-        {"lenient, no continuation byte",
-         "\xE2"
-         "A\x82",
-         1,
-         -1,
-         {true, 0x2042, 3}},
+        {"lenient, no continuation byte", "\xE2\x41\x82", 1, -1, {true, 0x2042, 3}},
         {"nothing available", "", 1, 0, {true, 0, 1}},
     };
     for (const auto& [name, bytes, lenient, available, expected] : rows)
         EXPECT_EQ(readChar(bytes, lenient, available), expected) << name;
 }
 
-TEST(UnicodeCategories, TableCoversEveryCodePointOnceInMaximalRuns) {
+TEST(UnicodeCategories, EveryRunOfTheTableIsFound) {
+    // The runs cover every code point once; each is found at both its ends.
     long count;
     const GSUnicodeCategoryRange* ranges = GSGetUnicodeCategoryRanges(&count);
     ASSERT_GT(count, 4000);
-    EXPECT_EQ(ranges[0].first, 0u);
     EXPECT_EQ(ranges[count - 1].last, 0x10FFFFu);
-    for (long i = 1; i < count; ++i) {
-        ASSERT_EQ(ranges[i].first, ranges[i - 1].last + 1) << "gap or overlap at " << i;
-        ASSERT_NE(ranges[i].category, ranges[i - 1].category) << "runs not maximal at " << i;
+    for (long i = 0; i < count; ++i) {
+        ASSERT_EQ(ranges[i].first, i ? ranges[i - 1].last + 1 : 0) << "gap or overlap at " << i;
+        if (ranges[i].first > 0x10FFFD) continue;
+        ASSERT_EQ(GSGetGeneralCategory(ranges[i].first), ranges[i].category) << i;
+        ASSERT_EQ(GSGetGeneralCategory(std::min(ranges[i].last, 0x10FFFDu)), ranges[i].category);
     }
-}
-
-TEST(UnicodeCategories, ValuesAcrossThePlanes) {
-    // One code point of each category, across the planes; U+1C89 is new in Unicode 16.0, so it
-    // shows the data version; from U+10FFFE up the answer is private use without a lookup.
-    // clang-format off
-    const std::pair<unsigned, int> rows[] = {
-        {0x0000, GSCategoryCc}, {0x0020, GSCategoryZs}, {0x0028, GSCategoryPs},
-        {0x0041, GSCategoryLu}, {0x0061, GSCategoryLl}, {0x00AB, GSCategoryPi},
-        {0x01C5, GSCategoryLt}, {0x02B0, GSCategoryLm}, {0x02C6, GSCategoryLm},
-        {0x0300, GSCategoryMn}, {0x0378, GSCategoryCn}, {0x0903, GSCategoryMc},
-        {0x20DD, GSCategoryMe}, {0x2160, GSCategoryNl}, {0x2029, GSCategoryZp},
-        {0xD800, GSCategoryCs}, {0xE000, GSCategoryCo}, {0x1F600, GSCategorySo},
-        {0x1D7CE, GSCategoryNd}, {0x20000, GSCategoryLo}, {0xE0001, GSCategoryCf},
-        {0x1C89, GSCategoryLu}, {0x10FFFD, GSCategoryCo}, {0x10FFFE, GSCategoryCo},
-        {0xFFFFFFFF, GSCategoryCo}};
-    // clang-format on
+    // U+1C89 is new in Unicode 16.0, so it shows the data version; from U+10FFFE up the answer
+    // is private use without a lookup.
+    const std::pair<unsigned, int> rows[] = {{0x1C89, GSCategoryLu}, {0x0300, GSCategoryMn},
+                                             {0x0903, GSCategoryMc}, {0x20DD, GSCategoryMe},
+                                             {0x0041, GSCategoryLu}, {0xFFFFFFFF, GSCategoryCo}};
     for (const auto& [code, category] : rows) {
         EXPECT_EQ(GSGetGeneralCategory(code), category) << std::hex << "U+" << code;
         EXPECT_EQ(GSUnicodeIsMark(code), category >= GSCategoryMn && category <= GSCategoryMe);

@@ -1,10 +1,11 @@
 // ExtractionTest.cpp - finding the preview in documents built item by item, including the
 // malformed ones a stranger could send. Documents of every layout made by our writer are read
 // back through `ember-tide create` and `extract` (tests/cli).
+#include "EmberTideDocumentWriter.h"
 #include "GSExceptions.h"
-#include "GSFileWorkerMemory.h"
 #include "GSGetThumbnail.h"
 #include "GSMemPicData.h"
+#include "GSRuntimeClass.h"
 #include "GSTagWrite.h"
 #include "TestSupport.h"
 
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <tuple>
 
 using namespace testing_support;
 
@@ -99,93 +101,108 @@ Items raw(const std::string& hex) {
 const Bytes kImage = fromHex("ff d8 ff e0 00 10 4a 46 49 46 00 01 de ad be ef");
 const Items kJPEG = picture(2, 16, kImage);
 
-struct Extracted {
-    short status = -1;
+// Item 4: a picture-data record of class T (which reads exactly like GSMemPicData) holding the
+// bytes.
+template <class T> Items record() {
+    return item(4, [](GSFile* f) {
+        T picture;
+        picture.kind = 2, picture.dataSize = 16, picture.size = {4, 3};
+        picture.bytes = toDynaArray(kImage);
+        f->writeObject(&picture);
+    });
+}
+
+// A whole document around kImage (information 1, 4 x 3) by the writer that `ember-tide create`
+// uses.
+Bytes written(const EmberTideDocumentOptions& options) {
+    EmberTidePreview preview{toDynaArray(kImage), 2, 1, {4, 3}};
+    MemoryFile m;
+    EXPECT_EQ(EmberTideWriteDocument(&m.file, preview, options), 0);
+    return m.bytes();
+}
+
+// Reads like picture data but is another class; its name is as long as "GSMemPicData".
+class ForeignPic : public GSMemPicData {
+public:
+    static GSRuntimeClass gsClassForeignPic;
+    static GSObject* _createFunction() { return new ForeignPic(); }
+    const GSRuntimeClass* getRuntimeClass() const override { return &gsClassForeignPic; }
+};
+GSRuntimeClass ForeignPic::gsClassForeignPic("GSForeignPic", &GSMemPicData::gsClassGSMemPicData,
+                                             &ForeignPic::_createFunction);
+
+// What GSGetThumbnail finds in `file`: the status, the byte count and (when there are bytes) the
+// last byte, the kind, the information value and the size.
+std::string extract(const Bytes& file) {
+    TempFolder folder;
+    writeFile(folder.path("doc.etd"), file);
     GSDynaArray<unsigned char> bytes;
     int kind = -1, info = -1;
     GSTSize<int> size{-1, -1};
-};
-
-Extracted extract(const Bytes& file) {
-    TempFolder folder;
-    writeFile(folder.path("doc.etd"), file);
-    Extracted e;
     GSFileSpec spec(GSString(folder.path("doc.etd").c_str(), -1, GSString::kUTF8));
-    e.status = GSGetThumbnail(spec, &e.bytes, &e.kind, &e.info, &e.size);
-    return e;
+    std::string found = std::to_string(GSGetThumbnail(spec, &bytes, &kind, &info, &size));
+    found += " " + std::to_string(bytes.getSize());
+    if (bytes.getSize() == 0) return found;
+    return found + " " + toHex({bytes[bytes.getSize() - 1]}) + " kind " + std::to_string(kind) +
+           " info " + std::to_string(info) + " " + std::to_string(size.width) + "x" +
+           std::to_string(size.height);
 }
 
 } // namespace
 
+// A negative information value keeps its sign; kind 5 is read as PNG. The chunk ends with the
+// picture: information after it is never read. A count beyond the file is refused before anything
+// is allocated; a record of another class is read, never used; a negative item length before the
+// preview must stop the scan, not walk backwards forever.
 TEST(Extraction, FindsThePreviewOnlyWhereTheDocumentHoldsOne) {
     Bytes noNul = withPreview({kJPEG});
     noNul[19] = ' ';
-    struct Case {
-        const char* what;
-        Bytes file;
-        long bytes = 0; // and when there are some, what comes with them:
-        int kind = -1, info = -1, width = -1, height = -1;
-    } cases[] = {
-        // A negative information value keeps its sign; kind 5 is read as PNG.
-        {"information, then PNG inline",
-         withPreview({info(-2, 160, 120), picture(5, 1000, Bytes(1000, 0x5A))}), 1000, 3, -2, 160,
-         120},
-        // The chunk ends with the picture: the information after it is never read.
-        {"picture, then information", withPreview({kJPEG, info(7, 160, 120)}), 16, 2},
-        {"JPEG inline: the source of the cases below", withPreview({kJPEG}), 16, 2},
-        {"selection", document(0x0200, {preview({kJPEG})}, false, "Ember Tide Selection")},
-        {"version 4.0", document(0x0400, {preview({kJPEG})})},
-        {"minor 16", document(0x0210, {preview({kJPEG})})},
-        {"identifier without NUL", noNul},
-        {"kind 4", withPreview({picture(4, 16, kImage)})},
-        {"count 0", withPreview({picture(2, 0, kImage)})},
-        {"preview chunk of major 2", document(0x0200, {preview({kJPEG}, 0x0200)})},
-        // The count claims far more than the file holds: refused before anything is allocated.
-        {"count beyond the file", withPreview({picture(2, 0x7FFFFFFF, kImage)})},
-        // A registered, creatable class that is no picture data: its record is read, never used.
-        {"record of another class", withPreview({item(4,
-                                                      [](GSFile* f) {
-                                                          GSFileWorkerMemory other;
-                                                          f->writeObject(&other);
-                                                          f->write(kImage.data(), 16);
-                                                      })})},
-        // A negative length before the preview: the scan must stop, not walk backwards forever.
-        {"negative item length",
-         document(0x0200, {raw("00 00 00 0c ff ff ff f8"), preview({kJPEG})})},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
+    const std::string jpeg = "0 16 ef kind 2 info -1 -1x-1";
+    // clang-format off
+    const std::tuple<const char*, Bytes, std::string> cases[] = {
+        {"information, then PNG inline", withPreview({info(-2, 160, 120), picture(5, 1000, Bytes(1000, 0x5A))}),
+         "0 1000 5a kind 3 info -2 160x120"},
+        {"picture, then information", withPreview({kJPEG, info(7, 160, 120)}), jpeg},
+        {"JPEG inline: the source of the cases below", withPreview({kJPEG}), jpeg},
+        {"picture-data record", written({.version = 0x0302, .store = EmberTideDocumentOptions::kRecord}),
+         "0 16 ef kind 2 info 1 4x3"},
+        {"system picture record", written({.version = 0x0302, .store = EmberTideDocumentOptions::kSystemRecord}),
+         "0 16 ef kind 2 info 1 4x3"},
+        {"record of a subclass", withPreview({record<ForeignPic>()}), "0 0"},
+        {"selection", document(0x0200, {preview({kJPEG})}, false, "Ember Tide Selection"), "0 0"},
+        {"version 4.0", document(0x0400, {preview({kJPEG})}), "0 0"},
+        {"minor 16", document(0x0210, {preview({kJPEG})}), "0 0"},
+        {"identifier without NUL", noNul, "0 0"},
+        {"kind 4", withPreview({picture(4, 16, kImage)}), "0 0"},
+        {"count 0", withPreview({picture(2, 0, kImage)}), "0 0"},
+        {"preview chunk of major 2", document(0x0200, {preview({kJPEG}, 0x0200)}), "0 0"},
+        {"count beyond the file", withPreview({picture(2, 0x7FFFFFFF, kImage)}), "0 0"},
+        {"negative item length", document(0x0200, {raw("00 00 00 0c ff ff ff f8"), preview({kJPEG})}), "0 0"}};
+    // clang-format on
+    for (const auto& [what, file, expected] : cases) {
         largestArrayRequest = 0;
-        Extracted e = extract(c.file);
-        EXPECT_EQ(e.status, 0) << "an opened file is no failure";
-        EXPECT_LT(largestArrayRequest, 1u << 20) << "allocated for a count not in the file";
-        ASSERT_EQ(e.bytes.getSize(), c.bytes);
-        if (c.bytes == 0) continue;
-        EXPECT_EQ(e.bytes[c.bytes - 1], c.kind == 3 ? 0x5A : 0xEF);
-        EXPECT_EQ(e.kind, c.kind);
-        EXPECT_EQ(e.info, c.info);
-        EXPECT_EQ(e.size, (GSTSize<int>{c.width, c.height}));
+        EXPECT_EQ(extract(file), expected) << what;
+        EXPECT_LT(largestArrayRequest, 1u << 20)
+            << what << ": allocated for a count not in the file";
     }
 
     // Truncation at every offset of a good document never yields bytes that are not there.
-    Bytes whole = document(0x0302, {preview({info(1, 8, 8), kJPEG})}, true);
+    Bytes whole = written({.version = 0x0302, .byteForm = true});
     for (size_t cut = 0; cut < whole.size(); ++cut) {
-        long size =
-            extract(Bytes(whole.begin(), whole.begin() + static_cast<long>(cut))).bytes.getSize();
-        EXPECT_TRUE(size == 0 || size == 16) << "cut at " << cut;
+        std::string found = extract(Bytes(whole.begin(), whole.begin() + long(cut)));
+        EXPECT_TRUE(found == "0 0" || found == "0 16 ef kind 2 info 1 4x3") << "cut at " << cut;
     }
 }
 
+// Only a file that cannot be opened fails; tag 11 asking for object merging in a version 3
+// document that already merges is a programming error of the writer.
 TEST(Extraction, OnlyUnopenableFilesAndMisuseFail) {
-    Extracted e;
-    EXPECT_NE(GSGetThumbnail(GSFileSpec(GSString("/nonexistent/doc.etd")), &e.bytes, &e.kind,
-                             &e.info, &e.size),
-              0);
-    // Tag 11 asks for object merging in a version 3 document that already merges.
-    EXPECT_THROW(extract(document(0x0300, {item(11,
-                                                [](GSFile* f) {
-                                                    f->writeShort(256);
-                                                    f->writeLong(0);
-                                                })})),
-                 std::bad_file);
+    GSDynaArray<unsigned char> bytes;
+    int kind, info;
+    GSTSize<int> size;
+    EXPECT_NE(
+        GSGetThumbnail(GSFileSpec(GSString("/nonexistent/doc.etd")), &bytes, &kind, &info, &size),
+        0);
+    Items merging = item(11, [](GSFile* f) { f->writeShort(256), f->writeLong(0); });
+    EXPECT_THROW(extract(document(0x0300, {merging})), std::bad_file);
 }

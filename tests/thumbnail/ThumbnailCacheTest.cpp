@@ -87,9 +87,7 @@ TEST(ThumbnailCacheEntries, OnlyWholeEntriesWithTheRightKeysAreCurrent) {
         EXPECT_EQ(GSReadPNGTextKeys(entry, &keys), good);
         EXPECT_EQ(GSCacheEntryIsCurrent(entry, uri, 1700000000), good);
         if (!good) continue;
-        ASSERT_EQ(keys.size(), 3u);
-        EXPECT_EQ(*GSFindTextKey(keys, "Thumb::URI"), uri);
-        EXPECT_EQ(GSFindTextKey(keys, "Thumb::Size"), nullptr);
+        EXPECT_EQ(keys, text);
         EXPECT_FALSE(GSCacheEntryIsCurrent(entry, uri, 1700000001)) << "the file changed";
         EXPECT_FALSE(GSCacheEntryIsCurrent(entry, uri + "x", 1700000000)) << "another file";
 
