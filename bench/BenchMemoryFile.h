@@ -5,15 +5,16 @@
 // the growth.
 #pragma once
 
-#include "GSFile.h"
-#include "GSFileWorker.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileWorker.h"
 
 namespace bench_support {
 
 // Opens `file` for reading and writing on an empty memory buffer with room for `capacity`
 // bytes (0: the worker's default). Returns false when it cannot.
 inline bool openMemoryFile(GSFile* file, long capacity) {
-    if (file->init(-100, capacity)) return false;
+    if (file->init(GSGrowDouble, capacity)) return false;
     file->getFileWorker()->setAccessMode("wb+");
     return file->open() == 0;
 }

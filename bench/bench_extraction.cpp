@@ -11,11 +11,12 @@
 // end of the file. The documents are written once into a private folder under $TMPDIR (or
 // /tmp) and removed at the end; after the runs, the medians of the smallest and the largest
 // document and their ratio are printed for each layout, in real and in CPU time.
-#include "EmberTideDocumentWriter.h"
-#include "GSFile.h"
-#include "GSFileWorker.h"
-#include "GSGetThumbnail.h"
 #include "SampleImages.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileWorker.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 #include <benchmark/benchmark.h>
 
@@ -75,7 +76,7 @@ bool writeDocument(const std::string& path, EmberTideDocumentOptions options) {
     GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
     file.getFileWorker()->setAccessMode("wb+");
     bool ok = file.open() == 0 && EmberTideWriteDocument(&file, preview, options) == 0;
-    return file.close(0) == 0 && ok;
+    return file.close(GSCloseKeep) == 0 && ok;
 }
 
 bool writeDocuments() {

@@ -20,16 +20,17 @@
 // walked).
 #include "AllocationCounter.h"
 #include "BenchMemoryFile.h"
-#include "GSArrayObjects.h"
-#include "GSFile.h"
-#include "GSMemPicData.h"
-#include "GSNumberObjects.h"
-#include "GSObjectDictionary.h"
-#include "GSObjectRef.h"
-#include "GSStringDictionaryKey.h"
-#include "GSStringObject.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSNumberObjects.h"
+#include "objects/GSObjectDictionary.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "objects/GSStringObject.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <benchmark/benchmark.h>
 
@@ -49,7 +50,7 @@ std::vector<GSObjectRef<GSMemPicData>> makeObjects(long n) {
     objects.reserve(static_cast<size_t>(n));
     for (long i = 0; i < n; ++i) {
         GSObjectRef<GSMemPicData> object(new GSMemPicData());
-        object->kind = GSMemPicData::kJPEG;
+        object->kind = GSPreviewJPEG;
         object->infoValue = static_cast<int>(i % 30000);
         object->size = {static_cast<int>(i), static_cast<int>(i % 977)};
         objects.push_back(std::move(object));

@@ -13,9 +13,9 @@
 // (2.5n is 2.5 ns).
 #include "AllocationCounter.h"
 #include "BenchMemoryFile.h"
-#include "GSFile.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
 
 #include <benchmark/benchmark.h>
 

@@ -11,12 +11,13 @@
 // which stays flat when growth costs amortised linear time.
 //
 // Every case runs five times and reports the median (and mean, spread) of the repetitions.
-#include "GSFile.h"
-#include "GSFileSpec.h"
-#include "GSFileSpecKeys.h"
-#include "GSFileWorker.h"
-#include "GSLongDictionaryKey.h"
-#include "GSObjectDictionary.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSObjectDictionary.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileSpecKeys.h"
+#include "storage/GSFileWorker.h"
 
 #include <benchmark/benchmark.h>
 
@@ -82,7 +83,8 @@ void SaveToFile(benchmark::State& state) {
     for (auto _ : state) {
         GSFile file(spec, 0);
         file.getFileWorker()->setAccessMode("wb");
-        if (file.open() || !writeBytes(&file, kDocumentBytes, pieceSize) || file.close(0)) {
+        if (file.open() || !writeBytes(&file, kDocumentBytes, pieceSize) ||
+            file.close(GSCloseKeep)) {
             state.SkipWithError("the save failed");
             break;
         }
@@ -93,9 +95,9 @@ void SaveToFile(benchmark::State& state) {
 void saveToMemory(benchmark::State& state, long total) {
     for (auto _ : state) {
         GSFile file;
-        file.init(-100, 0);
+        file.init(GSGrowDouble, 0);
         file.getFileWorker()->setAccessMode("wb");
-        if (file.open() || !writeBytes(&file, total, 65536) || file.close(0)) {
+        if (file.open() || !writeBytes(&file, total, 65536) || file.close(GSCloseKeep)) {
             state.SkipWithError("the save failed");
             break;
         }

@@ -10,8 +10,8 @@
 // up to 46 bytes are read into the string itself and must allocate nothing.
 #include "AllocationCounter.h"
 #include "BenchMemoryFile.h"
-#include "GSString.h"
-#include "GSStringUniCharEnumerator.h"
+#include "text/GSString.h"
+#include "text/GSStringUniCharEnumerator.h"
 
 #include <benchmark/benchmark.h>
 
@@ -130,7 +130,8 @@ void BM_ReadStrings(benchmark::State& state) {
         state.SkipWithError("no memory file");
         return;
     }
-    for (long i = 0; i < kStrings; ++i) text.write(&file);
+    for (long i = 0; i < kStrings; ++i)
+        text.write(&file);
     long allocations = 0;
     for (auto _ : state) {
         file.seek(0, 0);

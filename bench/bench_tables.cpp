@@ -10,8 +10,8 @@
 // lookups should grow like log n (plus cache misses), inserts like n (the moves) and no faster.
 // Filling 10^5 entries in random order therefore takes seconds (about 5 * 10^9 bytes moved);
 // bench/run.sh leaves those two runs out unless BENCH_FULL=1.
-#include "GSNumericStringTable.h"
-#include "GSStringTable.h"
+#include "objects/GSNumericStringTable.h"
+#include "objects/GSStringTable.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,7 +1,7 @@
 // FuzzInput.h - arbitrary bytes as an open memory file.
 #pragma once
 
-#include "GSFile.h"
+#include "fileformat/GSFile.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,8 +1,8 @@
 // fuzz_extract.cpp - preview extraction from arbitrary bytes: header, top-level scan, preview
 // chunk, picture records and object merging.
 #include "FuzzInput.h"
-#include "GSExceptions.h"
-#include "GSGetThumbnail.h"
+#include "objects/GSExceptions.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     GSFile file;

@@ -8,15 +8,15 @@
 // key, with and without caseless string keys, and copied; keys are compared with both key kinds.
 // Seeds: fuzz/make_records_seeds.cpp writes them with our own writer.
 #include "FuzzInput.h"
-#include "GSArrayBlock.h"
-#include "GSArrayObjects.h"
-#include "GSExceptions.h"
-#include "GSLongDictionaryKey.h"
-#include "GSObject.h"
-#include "GSObjectDictionary.h"
-#include "GSObjectDictionaryObject.h"
-#include "GSObjectRef.h"
-#include "GSStringDictionaryKey.h"
+#include "objects/GSArrayBlock.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSExceptions.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSObject.h"
+#include "objects/GSObjectDictionary.h"
+#include "objects/GSObjectDictionaryObject.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSStringDictionaryKey.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 // a code point selector for addUnicodeChar, then the text. The text is copied into heap
 // blocks of exactly its size, so that a read past its end or past its NUL is an ASan report.
 #include "FuzzInput.h"
-#include "GSString.h"
-#include "GSStringUniCharEnumerator.h"
-#include "GSUTF8.h"
+#include "text/GSString.h"
+#include "text/GSStringUniCharEnumerator.h"
+#include "text/GSUTF8.h"
 
 #include <cstdint>
 #include <cstring>

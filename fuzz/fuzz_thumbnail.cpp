@@ -6,11 +6,11 @@
 // the decoders see arbitrary pictures directly and not only those that survive extraction.
 // The thumbnail fits into 16 to 272 pixels (the low bits of byte 0 times 8, plus 16).
 #include "FuzzInput.h"
-#include "GSExceptions.h"
-#include "GSFormatNumbers.h"
-#include "GSGetThumbnail.h"
-#include "GSLimits.h"
-#include "GSThumbnailRenderer.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSLimits.h"
+#include "objects/GSExceptions.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSThumbnailRenderer.h"
 
 #include <cstring>
 

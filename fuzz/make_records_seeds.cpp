@@ -4,18 +4,18 @@
 // 64-bit mode, a table with it). Each seed starts with fuzz_records' mode byte.
 //
 // Usage: make-records-seeds FOLDER   (the corpus is fuzz/corpus/records)
-#include "GSArrayBlock.h"
-#include "GSArrayObjects.h"
-#include "GSFile.h"
-#include "GSFileWorker.h"
-#include "GSFileWorkerMemory.h"
-#include "GSFormatNumbers.h"
-#include "GSLongDictionaryKey.h"
-#include "GSNumberObjects.h"
-#include "GSObjectDictionaryObject.h"
-#include "GSObjectRef.h"
-#include "GSStringDictionaryKey.h"
-#include "GSStringObject.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSArrayBlock.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSNumberObjects.h"
+#include "objects/GSObjectDictionaryObject.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "objects/GSStringObject.h"
+#include "storage/GSFileWorker.h"
+#include "storage/GSFileWorkerMemory.h"
 
 #include <cstdio>
 #include <functional>

@@ -1,9 +1,9 @@
 // GSThumbnailCache.cpp - cache paths, URIs, MD5 names, reading the keys back, safe writes.
-#include "GSThumbnailCache.h"
+#include "desktop/GSThumbnailCache.h"
 
-#include "GSAtomicFile.h"
-#include "GSGetThumbnail.h"
-#include "GSLimits.h"
+#include "fileformat/GSLimits.h"
+#include "storage/GSAtomicFile.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 #include <md5.h>
 
@@ -41,7 +41,8 @@ bool readWholeFile(const std::string& path, std::vector<unsigned char>* bytes) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return false;
     struct stat st;
-    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size <= GSCurrentLimits().cacheEntryBytes;
+    bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+              st.st_size <= GSCurrentLimits().cacheEntryBytes;
     if (ok) {
         bytes->resize(static_cast<size_t>(st.st_size));
         size_t done = 0;

@@ -13,7 +13,7 @@
 // folders and rendering are the caller's. Everything here is safe to call from several threads.
 #pragma once
 
-#include "GSPNGWriter.h"
+#include "thumbnail/GSPNGWriter.h"
 
 #include <string>
 #include <vector>

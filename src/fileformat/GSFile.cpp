@@ -1,12 +1,12 @@
 // GSFile.cpp - set-up, positioning and the byte-level encodings of GSFile.
-#include "GSFile.h"
+#include "fileformat/GSFile.h"
 
-#include "GSFileObjectTable.h"
-#include "GSFileSpecKeys.h"
-#include "GSFileWorkerMemory.h"
-#include "GSFileWorkerStream.h"
-#include "GSFormatNumbers.h"
-#include "GSObjectDictionary.h"
+#include "fileformat/GSFileObjectTable.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSObjectDictionary.h"
+#include "storage/GSFileSpecKeys.h"
+#include "storage/GSFileWorkerMemory.h"
+#include "storage/GSFileWorkerStream.h"
 
 #include <cfloat>
 #include <climits>
@@ -20,7 +20,8 @@ short GetBigShort(const unsigned char* p) {
 }
 
 int GetBigLong(const unsigned char* p) {
-    return static_cast<int>((static_cast<uint32_t>(p[0]) << 24) | (static_cast<uint32_t>(p[1]) << 16) |
+    return static_cast<int>((static_cast<uint32_t>(p[0]) << 24) |
+                            (static_cast<uint32_t>(p[1]) << 16) |
                             (static_cast<uint32_t>(p[2]) << 8) | p[3]);
 }
 
@@ -42,7 +43,9 @@ void SetBigLong(unsigned char* p, int value) {
 
 GSFile::GSFile() = default;
 
-GSFile::GSFile(const GSFileSpec& spec, short resolveLink) { init(spec, resolveLink); }
+GSFile::GSFile(const GSFileSpec& spec, short resolveLink) {
+    init(spec, resolveLink);
+}
 
 GSFile::~GSFile() {
     if (worker) {
@@ -56,8 +59,10 @@ short GSFile::init(GSFileWorker* newWorker, short ownsWorker) {
     if (newWorker == worker) return worker ? 0 : 1;
     freeFileWorker();
     worker = newWorker;
-    if (ownsWorker) flags |= kOwnsWorker;
-    else flags &= ~kOwnsWorker;
+    if (ownsWorker)
+        flags |= kOwnsWorker;
+    else
+        flags &= ~kOwnsWorker;
     if (!worker) return 1;
     worker->setSafetyMode(static_cast<unsigned>(getSafetyMode()));
     worker->addReference();
@@ -118,7 +123,9 @@ int GSFile::getSafetyMode() const {
     return field >= 8 ? field - 16 : field; // a signed 4-bit field
 }
 
-short GSFile::open() { return worker ? worker->open() : 1; }
+short GSFile::open() {
+    return worker ? worker->open() : 1;
+}
 
 short GSFile::close(short how) {
     if (!worker) return 1;
@@ -135,8 +142,10 @@ short GSFile::close(short how) {
 
 void GSFile::freeFileWorker() {
     if (!worker) return;
-    if (flags & kOwnsWorker) worker->release();
-    else worker->releaseNoDelete();
+    if (flags & kOwnsWorker)
+        worker->release();
+    else
+        worker->releaseNoDelete();
     worker = nullptr;
     flags &= ~kOwnsWorker;
 }
@@ -146,7 +155,9 @@ const GSFileSpec& GSFile::getFileSpec() const {
     return worker ? *worker->getFileSpec() : empty;
 }
 
-const char* GSFile::getAccessMode() const { return worker ? worker->getAccessMode() : nullptr; }
+const char* GSFile::getAccessMode() const {
+    return worker ? worker->getAccessMode() : nullptr;
+}
 
 // ---------------------------------------------------------------- positioning
 
@@ -203,10 +214,18 @@ short GSFile::write(const void* buffer, long count) {
     return worker->writeData(buffer, count) == count ? 0 : 1;
 }
 
-short GSFile::readChar(char* c) { return read(c, 1); }
-short GSFile::writeChar(char c) { return write(&c, 1); }
-short GSFile::getChar() { return worker ? worker->getChar() : -1; }
-short GSFile::putChar(char c) { return worker ? worker->putChar(c) : 1; }
+short GSFile::readChar(char* c) {
+    return read(c, 1);
+}
+short GSFile::writeChar(char c) {
+    return write(&c, 1);
+}
+short GSFile::getChar() {
+    return worker ? worker->getChar() : -1;
+}
+short GSFile::putChar(char c) {
+    return worker ? worker->putChar(c) : 1;
+}
 
 // ---------------------------------------------------------------- integers
 
@@ -260,7 +279,9 @@ short GSFile::readIntAsShort(int* value) {
     return 0;
 }
 
-short GSFile::writeIntAsShort(int value) { return writeShort(static_cast<short>(value)); }
+short GSFile::writeIntAsShort(int value) {
+    return writeShort(static_cast<short>(value));
+}
 
 short GSFile::readPointer(void** value) {
     long bits;
@@ -322,9 +343,12 @@ short GSFile::readFloat(float* value) {
     short e;
     if (readCompatible(this, &m, &e)) return 1;
     // Out-of-range exponents saturate; the sign is deliberately lost on overflow.
-    if (e > 37) *value = FLT_MAX;
-    else if (e < -36) *value = 0.0f;
-    else *value = static_cast<float>(std::ldexp(m * (1.0 / 1073741824.0), e));
+    if (e > 37)
+        *value = FLT_MAX;
+    else if (e < -36)
+        *value = 0.0f;
+    else
+        *value = static_cast<float>(std::ldexp(m * (1.0 / 1073741824.0), e));
     return 0;
 }
 
@@ -392,7 +416,9 @@ short GSFile::readCompactLongLong(long* value) {
     return status;
 }
 
-short GSFile::getUse64Bit() const { return objectTable ? objectTable->getUse64Bit() : 0; }
+short GSFile::getUse64Bit() const {
+    return objectTable ? objectTable->getUse64Bit() : 0;
+}
 
 short GSFile::readArrayCount(long* count) {
     if (getUse64Bit()) return readCompactLongLong(count);
@@ -440,7 +466,8 @@ void GSFile::readWhiteSpace() {
 GSString GSFile::getFilename(const GSString& path) {
     long length = path.getLength();
     long start = length;
-    while (start > 0 && path[start - 1] != '/') --start;
+    while (start > 0 && path[start - 1] != '/')
+        --start;
     return GSString(path.getConstAddr() ? path.getConstAddr() + start : nullptr, length - start,
                     path.getEncoding());
 }

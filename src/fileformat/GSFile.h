@@ -8,9 +8,9 @@
 // Positions are relative to `origin`. Object records and merging are in GSFileObjects.cpp.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSFileSpec.h"
-#include "GSString.h"
+#include "objects/GSDynaArray.h"
+#include "storage/GSFileSpec.h"
+#include "text/GSString.h"
 
 #include <cstdint>
 #include <memory>
@@ -133,7 +133,15 @@ private:
 };
 
 // By-type reading and writing, so that templates (arrays, sizes) can handle their elements.
-inline short GSFileRead(GSFile* file, int* value) { return file->readLong(value); }
-inline short GSFileWrite(GSFile* file, int value) { return file->writeLong(value); }
-inline short GSFileRead(GSFile* file, float* value) { return file->readFloat(value); }
-inline short GSFileWrite(GSFile* file, float value) { return file->writeFloat(value); }
+inline short GSFileRead(GSFile* file, int* value) {
+    return file->readLong(value);
+}
+inline short GSFileWrite(GSFile* file, int value) {
+    return file->writeLong(value);
+}
+inline short GSFileRead(GSFile* file, float* value) {
+    return file->readFloat(value);
+}
+inline short GSFileWrite(GSFile* file, float value) {
+    return file->writeFloat(value);
+}

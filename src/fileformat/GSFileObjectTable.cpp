@@ -1,9 +1,9 @@
 // GSFileObjectTable.cpp - writing and reading object tables.
-#include "GSFileObjectTable.h"
+#include "fileformat/GSFileObjectTable.h"
 
-#include "GSFile.h"
-#include "GSFilePositionRestorer.h"
-#include "GSObject.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFilePositionRestorer.h"
+#include "objects/GSObject.h"
 
 GSFileObjectTable::GSFileObjectTable(long capacity, long grow) : readObjects(capacity, grow) {
     entries.reserve(static_cast<size_t>(capacity > 0 ? capacity : 0));

@@ -11,7 +11,7 @@
 // through hash indexes, so writing or reading n objects costs O(n).
 #pragma once
 
-#include "GSArray.h"
+#include "objects/GSArray.h"
 
 #include <unordered_map>
 #include <vector>

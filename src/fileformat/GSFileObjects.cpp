@@ -4,13 +4,13 @@
 // body, itself a chunk of major version 15 or less, so that a reader can skip a class it does not
 // know. Records nest (an object's body may hold records); nesting deeper than
 // GSFile::kMaxObjectDepth is a failed read, so no file can make reading recurse without bound.
-#include "GSExceptions.h"
-#include "GSFile.h"
-#include "GSFileObjectTable.h"
-#include "GSObject.h"
-#include "GSRuntimeClass.h"
-#include "GSTagRead.h"
-#include "GSLimits.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFileObjectTable.h"
+#include "fileformat/GSLimits.h"
+#include "fileformat/GSTagRead.h"
+#include "objects/GSExceptions.h"
+#include "objects/GSObject.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <new>
 

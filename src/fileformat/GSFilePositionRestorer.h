@@ -7,7 +7,7 @@
 // restores, without a status, when a scope is left early.
 #pragma once
 
-#include "GSFile.h"
+#include "fileformat/GSFile.h"
 
 class GSFilePositionRestorer {
 public:

@@ -1,5 +1,5 @@
 // GSLimits.cpp - the limits in force.
-#include "GSLimits.h"
+#include "fileformat/GSLimits.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // GSTagRead.cpp - chunk reading in both forms.
-#include "GSTagRead.h"
+#include "fileformat/GSTagRead.h"
 
-#include "GSFile.h"
+#include "fileformat/GSFile.h"
 
 GSTagRead::GSTagRead(GSFile* f) : file(f), bodyStart(f->tell()) {}
 
@@ -24,7 +24,8 @@ short GSTagRead::readShortVersion(short* out) {
     }
     short minor;
     if (file->readShort(&minor)) return 1;
-    *out = static_cast<short>((static_cast<unsigned>(first) << 8) | static_cast<unsigned short>(minor));
+    *out = static_cast<short>((static_cast<unsigned>(first) << 8) |
+                              static_cast<unsigned short>(minor));
     return 0;
 }
 
@@ -85,7 +86,6 @@ int GSTagRead::read() {
 
 short GSTagRead::skip() {
     long target;
-    if (length < 0 || bodyStart < 0 || __builtin_add_overflow(bodyStart, length, &target))
-        return 1;
+    if (length < 0 || bodyStart < 0 || __builtin_add_overflow(bodyStart, length, &target)) return 1;
     return file->seek(target, 0);
 }

@@ -1,8 +1,8 @@
 // GSTagWrite.cpp - chunk writing in both forms.
-#include "GSTagWrite.h"
+#include "fileformat/GSTagWrite.h"
 
-#include "GSFile.h"
-#include "GSFilePositionRestorer.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFilePositionRestorer.h"
 
 GSTagWrite::GSTagWrite(GSFile* f) : file(f), worker(this) {
     worker.addReference(); // embedded: never destroyed through its reference count

@@ -7,7 +7,7 @@
 // at a time; a nested chunk is written by a second GSTagWrite on the same file.
 #pragma once
 
-#include "GSTagWriteFileWorker.h"
+#include "fileformat/GSTagWriteFileWorker.h"
 
 class GSFile;
 

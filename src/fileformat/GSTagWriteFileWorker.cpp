@@ -1,15 +1,17 @@
 // GSTagWriteFileWorker.cpp - buffering of byte-form item bodies.
-#include "GSTagWriteFileWorker.h"
+#include "fileformat/GSTagWriteFileWorker.h"
 
-#include "GSFile.h"
-#include "GSRuntimeClass.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <cstring>
 #include <new>
 
-GSRuntimeClass GSTagWriteFileWorker::gsClassGSTagWriteFileWorker(
-    "GSTagWriteFileWorker", &GSFileWorker::gsClassGSFileWorker, &GSTagWriteFileWorker::_createFunction);
+GSRuntimeClass
+    GSTagWriteFileWorker::gsClassGSTagWriteFileWorker("GSTagWriteFileWorker",
+                                                      &GSFileWorker::gsClassGSFileWorker,
+                                                      &GSTagWriteFileWorker::_createFunction);
 
 GSObject* GSTagWriteFileWorker::_createFunction() {
     return new (std::nothrow) GSTagWriteFileWorker();

@@ -8,7 +8,7 @@
 // pass-through anywhere forces every worker below it through first, so headers stay in order.
 #pragma once
 
-#include "GSFileWorker.h"
+#include "storage/GSFileWorker.h"
 
 class GSFile;
 class GSTagWrite;

@@ -1,9 +1,9 @@
 // GSArray.cpp - untyped arrays, pointer arrays and object arrays.
-#include "GSArray.h"
+#include "objects/GSArray.h"
 
-#include "GSFile.h"
-#include "GSGrowth.h"
-#include "GSObject.h"
+#include "fileformat/GSFile.h"
+#include "objects/GSGrowth.h"
+#include "objects/GSObject.h"
 
 #include <cstring>
 #include <new>
@@ -12,7 +12,9 @@ GSArray::GSArray(long size, long initialCapacity, long growBy) {
     init(size, initialCapacity, growBy);
 }
 
-GSArray::~GSArray() { exit(); }
+GSArray::~GSArray() {
+    exit();
+}
 
 void GSArray::exit() {
     if (ownsStorage) delete[] storage;
@@ -109,13 +111,16 @@ void* PointerArray::getElementAt(long index) const {
 
 // ---------------------------------------------------------------- ObjectArray
 
-ObjectArray::~ObjectArray() { empty(); }
+ObjectArray::~ObjectArray() {
+    empty();
+}
 
 ObjectArray& ObjectArray::operator=(const ObjectArray& other) {
     if (this == &other) return *this;
     empty();
     setSize(other.getCount());
-    for (long i = 0; i < other.getCount(); ++i) add(other.getObjectAt(i));
+    for (long i = 0; i < other.getCount(); ++i)
+        add(other.getObjectAt(i));
     return *this;
 }
 
@@ -147,7 +152,8 @@ void ObjectArray::empty() {
 
 short ObjectArray::write(GSFile* file) const {
     short status = file->writeArrayCount(count);
-    for (long i = 0; i < count && status == 0; ++i) status = file->writeObject(getObjectAt(i));
+    for (long i = 0; i < count && status == 0; ++i)
+        status = file->writeObject(getObjectAt(i));
     return status;
 }
 

@@ -1,10 +1,10 @@
 // GSArrayBlock.cpp - writing and reading array blocks; one routine per element type, made from
 // one template.
-#include "GSArrayBlock.h"
+#include "objects/GSArrayBlock.h"
 
-#include "GSFile.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
 
 #include <climits>
 #include <type_traits>

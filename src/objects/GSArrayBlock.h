@@ -11,7 +11,7 @@
 // is not accepted. The array then holds the elements read so far.
 #pragma once
 
-#include "GSDynaArray.h"
+#include "objects/GSDynaArray.h"
 
 class GSFile;
 

@@ -5,7 +5,7 @@
 // the non-throwing allocator: a failed allocation leaves `elements` null and is a status upstream.
 #pragma once
 
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
 #include <new>
 

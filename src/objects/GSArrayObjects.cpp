@@ -1,9 +1,9 @@
 // GSArrayObjects.cpp - registration and bodies of the array value objects.
-#include "GSArrayObjects.h"
+#include "objects/GSArrayObjects.h"
 
-#include "GSArrayBlock.h"
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "objects/GSArrayBlock.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

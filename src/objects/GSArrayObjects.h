@@ -7,8 +7,8 @@
 // whole array (the old storage is dropped first). A new object holds an array without storage.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSObject.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSObject.h"
 
 class GSBufferObject : public GSObject {
 public:

@@ -8,7 +8,7 @@
 // arrays' copy on write).
 #pragma once
 
-#include "GSString.h"
+#include "text/GSString.h"
 
 class GSBasicStringTable {
 public:

@@ -6,9 +6,9 @@
 // statuses (1). The growth parameter follows GSGrowthStep (-100 by default: doubling).
 #pragma once
 
-#include "GSArrayData.h"
-#include "GSExceptions.h"
-#include "GSGrowth.h"
+#include "objects/GSArrayData.h"
+#include "objects/GSExceptions.h"
+#include "objects/GSGrowth.h"
 
 #include <algorithm>
 #include <utility>
@@ -84,7 +84,8 @@ public:
         // Through a local pointer: a store into a char element could otherwise alias `data`,
         // which keeps the compiler from turning the loop into a block fill.
         T* elements = data->elements;
-        for (long i = data->size; i < n; ++i) elements[i] = T();
+        for (long i = data->size; i < n; ++i)
+            elements[i] = T();
         data->size = n;
         return 0;
     }
@@ -109,8 +110,10 @@ public:
         }
         if (!data) return newSize == 0 ? 0 : 1;
         T* e = data->elements;
-        if (n < removed) std::move(e + at + removed, e + size, e + at + n);
-        else if (n > removed) std::move_backward(e + at + removed, e + size, e + newSize);
+        if (n < removed)
+            std::move(e + at + removed, e + size, e + at + n);
+        else if (n > removed)
+            std::move_backward(e + at + removed, e + size, e + newSize);
         std::copy(source, source + n, e + at);
         data->size = newSize;
         return 0;

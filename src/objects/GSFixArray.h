@@ -6,7 +6,7 @@
 // the object itself. Allocation failures are statuses, never exceptions.
 #pragma once
 
-#include "GSExceptions.h"
+#include "objects/GSExceptions.h"
 
 #include <cstring>
 #include <new>

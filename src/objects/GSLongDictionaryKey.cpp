@@ -1,9 +1,9 @@
 // GSLongDictionaryKey.cpp - the number key.
-#include "GSLongDictionaryKey.h"
+#include "objects/GSLongDictionaryKey.h"
 
-#include "GSFile.h"
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "fileformat/GSFile.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

@@ -4,7 +4,7 @@
 // The file body is the shared value body with the number as a 4-byte long.
 #pragma once
 
-#include "GSObjectDictionaryKey.h"
+#include "objects/GSObjectDictionaryKey.h"
 
 class GSLongDictionaryKey : public GSObjectDictionaryKey {
 public:

@@ -1,9 +1,9 @@
 // GSNumberObjects.cpp - registration and bodies of the number value objects.
-#include "GSNumberObjects.h"
+#include "objects/GSNumberObjects.h"
 
-#include "GSFile.h"
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "fileformat/GSFile.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

@@ -8,7 +8,7 @@
 // when the document says so). A new object holds 0.
 #pragma once
 
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
 #include <cstdint>
 

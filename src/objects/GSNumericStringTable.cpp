@@ -1,5 +1,5 @@
 // GSNumericStringTable.cpp - insert-or-replace, lookup and listing of the number-keyed table.
-#include "GSNumericStringTable.h"
+#include "objects/GSNumericStringTable.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -11,8 +11,8 @@
 // same comparison, which is what stored tables of such keys were built with.
 #pragma once
 
-#include "GSBasicStringTable.h"
-#include "GSDynaArray.h"
+#include "objects/GSBasicStringTable.h"
+#include "objects/GSDynaArray.h"
 
 struct _NumericStringTableEntry {
     int key = 0;

@@ -1,9 +1,9 @@
 // GSObject.cpp - default operations, reference counting and copying through a memory file.
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
-#include "GSFile.h"
-#include "GSFormatNumbers.h"
-#include "GSRuntimeClass.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <memory>
 
@@ -11,12 +11,24 @@ GSRuntimeClass GSObject::gsClassGSObject("GSObject", nullptr, nullptr);
 
 GSObject::~GSObject() = default;
 
-const GSRuntimeClass* GSObject::getRuntimeClass() const { return &gsClassGSObject; }
-short GSObject::read(GSFile*) { return 0; }
-short GSObject::write(GSFile*) const { return 0; }
-GSObject* GSObject::getObjectAfterRead() { return this; }
-const GSObject* GSObject::getObjectToWrite(GSFile*) const { return this; }
-void* GSObject::getAuxiliaryObject() const { return nullptr; }
+const GSRuntimeClass* GSObject::getRuntimeClass() const {
+    return &gsClassGSObject;
+}
+short GSObject::read(GSFile*) {
+    return 0;
+}
+short GSObject::write(GSFile*) const {
+    return 0;
+}
+GSObject* GSObject::getObjectAfterRead() {
+    return this;
+}
+const GSObject* GSObject::getObjectToWrite(GSFile*) const {
+    return this;
+}
+void* GSObject::getAuxiliaryObject() const {
+    return nullptr;
+}
 
 void GSObject::release() const noexcept {
     if (refCount.fetch_sub(1) == 1) delete this;

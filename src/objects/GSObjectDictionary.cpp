@@ -1,14 +1,14 @@
 // GSObjectDictionary.cpp - look-ups, editing and the file body of the dictionary.
-#include "GSObjectDictionary.h"
+#include "objects/GSObjectDictionary.h"
 
-#include "GSArrayObjects.h"
-#include "GSFile.h"
-#include "GSObjectRef.h"
-#include "GSStringDictionaryKey.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
-#include "GSValueObjectBody.h"
-#include "GSLimits.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSLimits.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "objects/GSValueObjectBody.h"
 
 namespace {
 

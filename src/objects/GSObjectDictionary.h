@@ -16,9 +16,9 @@
 // anything in its key array; entries that are not keys are passed over by every look-up.
 #pragma once
 
-#include "GSArray.h"
-#include "GSDynaArray.h"
-#include "GSObject.h"
+#include "objects/GSArray.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSObject.h"
 
 class GSObjectDictionaryKey;
 class GSString;

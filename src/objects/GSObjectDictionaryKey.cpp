@@ -1,7 +1,7 @@
 // GSObjectDictionaryKey.cpp - the key base class record and the key check.
-#include "GSObjectDictionaryKey.h"
+#include "objects/GSObjectDictionaryKey.h"
 
-#include "GSRuntimeClass.h"
+#include "objects/GSRuntimeClass.h"
 
 GSRuntimeClass GSObjectDictionaryKey::gsClassGSObjectDictionaryKey("GSObjectDictionaryKey",
                                                                    &GSObject::gsClassGSObject,

@@ -8,7 +8,7 @@
 // one way to look at such an object as a key, and gives null for anything that is not one.
 #pragma once
 
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
 class GSObjectDictionaryKey : public GSObject {
 public:

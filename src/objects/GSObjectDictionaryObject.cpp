@@ -1,8 +1,8 @@
 // GSObjectDictionaryObject.cpp - registration and body of the dictionary value object.
-#include "GSObjectDictionaryObject.h"
+#include "objects/GSObjectDictionaryObject.h"
 
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

@@ -6,8 +6,8 @@
 // dictionary hold itself, or nests deeper than the record reader follows, fails to read.
 #pragma once
 
-#include "GSObject.h"
-#include "GSObjectDictionary.h"
+#include "objects/GSObject.h"
+#include "objects/GSObjectDictionary.h"
 
 class GSObjectDictionaryObject : public GSObject {
 public:

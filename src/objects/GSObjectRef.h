@@ -4,7 +4,7 @@
 // an object for a while, so that early returns and exceptions never leak or double-release.
 #pragma once
 
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
 #include <utility>
 

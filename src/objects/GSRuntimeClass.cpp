@@ -1,7 +1,7 @@
 // GSRuntimeClass.cpp - the sorted class registry.
-#include "GSRuntimeClass.h"
+#include "objects/GSRuntimeClass.h"
 
-#include "GSObject.h"
+#include "objects/GSObject.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -12,8 +12,7 @@ GSRuntimeClass::Registry& GSRuntimeClass::registry() {
     return theRegistry;
 }
 
-GSRuntimeClass::GSRuntimeClass(const GSString& className, GSRuntimeClass* baseClass,
-                               Factory create)
+GSRuntimeClass::GSRuntimeClass(const GSString& className, GSRuntimeClass* baseClass, Factory create)
     : name(className), factory(create), base(baseClass) {
     Registry& reg = registry();
     long count = reg.getCount();
@@ -25,8 +24,10 @@ GSRuntimeClass::GSRuntimeClass(const GSString& className, GSRuntimeClass* baseCl
             middle = (low + high) / 2;
             last = name.compareValue(reg[middle]->name);
             if (last == 0) break;
-            if (last > 0) low = middle + 1;
-            else high = middle - 1;
+            if (last > 0)
+                low = middle + 1;
+            else
+                high = middle - 1;
         }
         at = last < 0 || last == 0 ? middle : middle + 1;
     }

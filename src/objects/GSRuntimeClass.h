@@ -5,8 +5,8 @@
 // threads need no lock. Records are never removed.
 #pragma once
 
-#include "GSFixArray.h"
-#include "GSString.h"
+#include "objects/GSFixArray.h"
+#include "text/GSString.h"
 
 class GSObject;
 

@@ -1,8 +1,8 @@
 // GSStringDictionaryKey.cpp - the text key.
-#include "GSStringDictionaryKey.h"
+#include "objects/GSStringDictionaryKey.h"
 
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

@@ -5,8 +5,8 @@
 // file body is the shared value body with the text in GSString's file form.
 #pragma once
 
-#include "GSObjectDictionaryKey.h"
-#include "GSString.h"
+#include "objects/GSObjectDictionaryKey.h"
+#include "text/GSString.h"
 
 class GSStringDictionaryKey : public GSObjectDictionaryKey {
 public:

@@ -1,8 +1,8 @@
 // GSStringObject.cpp - registration and body of the string value object.
-#include "GSStringObject.h"
+#include "objects/GSStringObject.h"
 
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

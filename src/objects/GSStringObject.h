@@ -5,8 +5,8 @@
 // does). A new object holds the null string.
 #pragma once
 
-#include "GSObject.h"
-#include "GSString.h"
+#include "objects/GSObject.h"
+#include "text/GSString.h"
 
 class GSStringObject : public GSObject {
 public:

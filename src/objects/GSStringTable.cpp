@@ -1,5 +1,5 @@
 // GSStringTable.cpp - insert-or-replace, lookup and listing of the text-keyed table.
-#include "GSStringTable.h"
+#include "objects/GSStringTable.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -11,8 +11,8 @@
 // GSStringTable::null is an empty table that nothing fills.
 #pragma once
 
-#include "GSBasicStringTable.h"
-#include "GSDynaArray.h"
+#include "objects/GSBasicStringTable.h"
+#include "objects/GSDynaArray.h"
 
 struct _StringTableEntry {
     GSString key;

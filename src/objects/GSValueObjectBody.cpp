@@ -1,9 +1,9 @@
 // GSValueObjectBody.cpp - writing and reading the shared value body.
-#include "GSValueObjectBody.h"
+#include "objects/GSValueObjectBody.h"
 
-#include "GSFile.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
 
 short GSWriteValueBody(GSFile* file, GSValueCoder encode) {
     GSTagWrite writer(file);

@@ -1,7 +1,7 @@
 // GSAtomicFile.cpp - temporary file, write, sync, rename, sync the folder.
-#include "GSAtomicFile.h"
+#include "storage/GSAtomicFile.h"
 
-#include "GSRandom.h"
+#include "storage/GSRandom.h"
 
 #include <cerrno>
 #include <fcntl.h>

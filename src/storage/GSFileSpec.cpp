@@ -1,11 +1,11 @@
 // GSFileSpec.cpp - the location of a file spec: URL, name, paths, parent, state and file form.
-#include "GSFileSpec.h"
+#include "storage/GSFileSpec.h"
 
-#include "GSFile.h"
-#include "GSFileState.h"
-#include "GSFormatNumbers.h"
-#include "GSObjectDictionary.h"
-#include "GSURL.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSObjectDictionary.h"
+#include "storage/GSFileState.h"
+#include "storage/GSURL.h"
 
 const GSFileSpec GSFileSpec::null;
 const GSFileSpec gs_invalid_filespec;

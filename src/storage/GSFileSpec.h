@@ -10,9 +10,9 @@
 // GSString's file form; the dictionary is not stored.
 #pragma once
 
-#include "GSIdPointer.h"
-#include "GSObjectRef.h"
-#include "GSString.h"
+#include "objects/GSObjectRef.h"
+#include "storage/GSIdPointer.h"
+#include "text/GSString.h"
 
 class GSFile;
 class GSObjectDictionary;

@@ -6,9 +6,9 @@
 // exchange is the one atomic step of a safe save: the new content, written completely under a
 // hidden name beside the target, takes the target's place, and the old content is either gone
 // or lies under the new content's former name, from where the caller turns it into a backup.
-#include "GSFileSpec.h"
-#include "GSFileState.h"
-#include "GSURL.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileState.h"
+#include "storage/GSURL.h"
 
 #include <cerrno>
 #include <cstring>

@@ -6,7 +6,7 @@
 // keys are read in this system; the others are defined for the application around it.
 #pragma once
 
-#include "GSString.h"
+#include "text/GSString.h"
 
 extern const GSString GSFileSafetyModeKey;     // integer: GSSafety* bits (GSFormatNumbers.h)
 extern const GSString GSFileFormatVersionKey;  // integer: the format version to write

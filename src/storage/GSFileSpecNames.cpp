@@ -3,11 +3,11 @@
 // An extender runs from the last "." of a name to its end. In a path a "." before the last "/"
 // belongs to a folder and starts none. File-type lists, as open and save panels take them, are
 // entries "*.ext:Description" separated by ";"; the first entry's pattern gives the extender.
-#include "GSFile.h"
-#include "GSFileSpec.h"
-#include "GSFileState.h"
-#include "GSFormatNumbers.h"
-#include "GSRandom.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileState.h"
+#include "storage/GSRandom.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 // GSFileSpecObject.cpp - registration and body of the file-spec value object.
-#include "GSFileSpecObject.h"
+#include "storage/GSFileSpecObject.h"
 
-#include "GSRuntimeClass.h"
-#include "GSValueObjectBody.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSValueObjectBody.h"
 
 #include <new>
 

@@ -4,8 +4,8 @@
 // its option dictionary is not stored. A new object holds the empty spec.
 #pragma once
 
-#include "GSFileSpec.h"
-#include "GSObject.h"
+#include "objects/GSObject.h"
+#include "storage/GSFileSpec.h"
 
 class GSFileSpecObject : public GSObject {
 public:

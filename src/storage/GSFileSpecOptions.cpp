@@ -3,11 +3,11 @@
 // Options are read by value class, never by cast: a text is a GSStringDictionaryKey stored as a
 // value, a number a GSLongDictionaryKey, memory data a GSBufferObject; a value of any other
 // class under a key counts as absent.
-#include "GSFileSpec.h"
-#include "GSFileSpecKeys.h"
-#include "GSLongDictionaryKey.h"
-#include "GSObjectDictionary.h"
-#include "GSStringDictionaryKey.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSObjectDictionary.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileSpecKeys.h"
 
 const GSString GSFileSafetyModeKey("GSFileSafetyMode");
 const GSString GSFileFormatVersionKey("GSFileVersion");

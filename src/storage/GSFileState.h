@@ -6,7 +6,7 @@
 // carries them over.
 #pragma once
 
-#include "GSDate.h"
+#include "text/GSDate.h"
 
 struct GSFileState {
     // The bits of `flags`.

@@ -4,9 +4,9 @@
 // them. One asymmetry is deliberate: the base putChar turns "\n" into CR LF in text mode, the
 // stream worker's own putChar does not, so a stream writes bare LF and a memory worker in text
 // mode CR LF. Reading translates every kind of line break on every worker.
-#include "GSFileWorker.h"
+#include "storage/GSFileWorker.h"
 
-#include "GSRuntimeClass.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <cstring>
 

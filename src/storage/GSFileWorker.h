@@ -14,10 +14,10 @@
 // and is kept as it stands.
 #pragma once
 
-#include "GSFileSpec.h"
-#include "GSFormatNumbers.h"
-#include "GSObject.h"
-#include "GSString.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSObject.h"
+#include "storage/GSFileSpec.h"
+#include "text/GSString.h"
 
 class GSFileWorker : public GSObject {
 public:

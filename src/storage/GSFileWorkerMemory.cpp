@@ -1,21 +1,26 @@
 // GSFileWorkerMemory.cpp - reading, writing and seeking in a memory buffer.
-#include "GSFileWorkerMemory.h"
+#include "storage/GSFileWorkerMemory.h"
 
-#include "GSRuntimeClass.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <cstring>
 #include <new>
 
-GSRuntimeClass GSFileWorkerMemory::gsClassGSFileWorkerMemory(
-    "GSFileWorkerMemory", &GSFileWorker::gsClassGSFileWorker, &GSFileWorkerMemory::_createFunction);
+GSRuntimeClass GSFileWorkerMemory::gsClassGSFileWorkerMemory("GSFileWorkerMemory",
+                                                             &GSFileWorker::gsClassGSFileWorker,
+                                                             &GSFileWorkerMemory::_createFunction);
 
-GSObject* GSFileWorkerMemory::_createFunction() { return new (std::nothrow) GSFileWorkerMemory(); }
+GSObject* GSFileWorkerMemory::_createFunction() {
+    return new (std::nothrow) GSFileWorkerMemory();
+}
 
 const GSRuntimeClass* GSFileWorkerMemory::getRuntimeClass() const {
     return &gsClassGSFileWorkerMemory;
 }
 
-GSFileWorkerMemory::GSFileWorkerMemory() : buffer(-100) { buffer.reserve(32768); }
+GSFileWorkerMemory::GSFileWorkerMemory() : buffer(-100) {
+    buffer.reserve(32768);
+}
 
 GSFileWorkerMemory::GSFileWorkerMemory(const GSDynaArray<unsigned char>& data) : buffer(data) {}
 
@@ -58,7 +63,8 @@ long GSFileWorkerMemory::_write(const void* data, long count) {
     if (count <= 0) return 0;
     long size = buffer.getSize();
     long replaced = count < size - position ? count : size - position;
-    if (buffer.replace(position, replaced, static_cast<const unsigned char*>(data), count)) return 0;
+    if (buffer.replace(position, replaced, static_cast<const unsigned char*>(data), count))
+        return 0;
     position += count;
     return count;
 }

@@ -6,8 +6,8 @@
 // getBuffer().
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSFileWorker.h"
+#include "objects/GSDynaArray.h"
+#include "storage/GSFileWorker.h"
 
 class GSFileWorkerMemory : public GSFileWorker {
 public:

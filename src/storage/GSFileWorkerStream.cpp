@@ -10,13 +10,13 @@
 // Failures are logged (GSLog) and, where a user would need to know, reported as numbered
 // messages through GSFileSpec::sendErrorMessage: 49703 a file could not be deleted, 49705 the
 // old content could not be moved to its backup name, 49713 the target is locked.
-#include "GSFileWorkerStream.h"
+#include "storage/GSFileWorkerStream.h"
 
-#include "GSFileState.h"
-#include "GSFileWorkerStreamIO.h"
-#include "GSFormatNumbers.h"
-#include "GSLog.h"
-#include "GSNumericStringTable.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSNumericStringTable.h"
+#include "storage/GSFileState.h"
+#include "storage/GSFileWorkerStreamIO.h"
+#include "text/GSLog.h"
 
 #include <cerrno>
 #include <cstdio>

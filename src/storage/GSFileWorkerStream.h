@@ -25,7 +25,7 @@
 // GSFileWorkerStreamIO, where tests inject failures.
 #pragma once
 
-#include "GSFileWorker.h"
+#include "storage/GSFileWorker.h"
 
 #include <cstdio>
 

@@ -1,8 +1,8 @@
 // GSFileWorkerStreamIO.cpp - the real calls behind the stream worker's seam.
-#include "GSFileWorkerStreamIO.h"
+#include "storage/GSFileWorkerStreamIO.h"
 
-#include "GSFileSpec.h"
-#include "GSFormatNumbers.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileSpec.h"
 
 #include <atomic>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // GSRandom.cpp - the process-wide generator state.
-#include "GSRandom.h"
+#include "storage/GSRandom.h"
 
 #include <atomic>
 #include <cstdint>

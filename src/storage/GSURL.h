@@ -25,9 +25,9 @@
 // calendar date (GSDate::invalid, a 30 February) is not written.
 #pragma once
 
-#include "GSFileState.h"
-#include "GSIdPointer.h"
-#include "GSString.h"
+#include "storage/GSFileState.h"
+#include "storage/GSIdPointer.h"
+#include "text/GSString.h"
 
 // ---------------------------------------------------------------- making and reading URLs
 // Null for an empty path. A path that begins with "file://" is read as a URL string, any other

@@ -6,7 +6,7 @@
 // them, or GSURLAllowRenameFlags turned them off, the same results come from link/rename
 // sequences, each written so that a failure leaves the items as they were. Removal walks a
 // folder by descriptors and never follows a symbolic link out of the tree.
-#include "GSURLPosix.h"
+#include "storage/GSURLPosix.h"
 
 #include <atomic>
 #include <cerrno>

@@ -7,7 +7,7 @@
 // report the attribute is asked through the FS_IOC_GETFLAGS ioctl, and FS_IOC_SETFLAGS writes
 // it. Elsewhere the code falls back to lstat and "cannot tell" for the locked flag. A symbolic
 // link is the item itself, never what it leads to.
-#include "GSURLPosix.h"
+#include "storage/GSURLPosix.h"
 
 #include <cerrno>
 #include <ctime>

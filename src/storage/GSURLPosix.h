@@ -10,7 +10,7 @@
 // GSURL.h only.
 #pragma once
 
-#include "GSURL.h"
+#include "storage/GSURL.h"
 
 #include <atomic>
 #include <string>

@@ -14,7 +14,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 
-#include "GSURL.h"
+#include "storage/GSURL.h"
 
 #include <cmath>
 #include <cstring>

@@ -8,7 +8,7 @@
 // a handle never needs to be turned back into one. Making a handle reads the disk only to resolve
 // links and to ask whether an appended component is a folder. What an item's state is and how
 // items change lie in GSURLFileState_posix.cpp and GSURLChanges_posix.cpp.
-#include "GSURLPosix.h"
+#include "storage/GSURLPosix.h"
 
 #include <cerrno>
 #include <climits>

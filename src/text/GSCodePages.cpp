@@ -1,5 +1,5 @@
 // GSCodePages.cpp - the code-page tables and their choice by encoding tag.
-#include "GSCodePages.h"
+#include "text/GSCodePages.h"
 
 #include "GSCodePageTables.inc"
 

@@ -1,6 +1,6 @@
 // GSCombiningMarks.cpp - the composition records and the decomposition table.
-#include "GSCombiningMarks.h"
-#include "GSString.h"
+#include "text/GSCombiningMarks.h"
+#include "text/GSString.h"
 
 #include <iterator>
 

@@ -12,10 +12,10 @@
 // A "%" that ends the pattern is dropped. Abbreviations are cut by bytes, so a name that starts
 // with a multi-byte UTF-8 character can be cut inside it; names are looked up in the table
 // given, and an empty table gives empty names.
-#include "GSDate.h"
+#include "text/GSDate.h"
 
-#include "GSNumericStringTable.h"
-#include "GSString.h"
+#include "objects/GSNumericStringTable.h"
+#include "text/GSString.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,4 +1,4 @@
 // GSLog.cpp - the logging entry point, which discards its message.
-#include "GSLog.h"
+#include "text/GSLog.h"
 
 void GSLog(const char* /*format*/, ...) {}

@@ -3,11 +3,11 @@
 // Every write goes through createOwnData first, which is where a borrowed or shared text
 // becomes this string's own. The growth proposals of the callers (twice the needed size from
 // 16 bytes up, 16 more below) make appending one byte at a time amortised constant.
-#include "GSString.h"
+#include "text/GSString.h"
 
-#include "GSNumericStringTable.h"
-#include "GSStringTable.h"
-#include "GSUTF8.h"
+#include "objects/GSNumericStringTable.h"
+#include "objects/GSStringTable.h"
+#include "text/GSUTF8.h"
 
 #include <algorithm>
 #include <functional>

@@ -17,7 +17,7 @@
 // A string is used by one thread at a time; copies on other threads may share a buffer.
 #pragma once
 
-#include "GSArrayData.h"
+#include "objects/GSArrayData.h"
 
 #include <cstring>
 
@@ -173,9 +173,10 @@ public:
     // target cannot represent were dropped.
     short convertEncoding(int target);
 
-    // ---------------------------------------------------------------- numbers (GSStringNumbers.cpp)
-    // Appends value in decimal. |width| is a field width counting digits only, never the sign:
-    // a negative width pads with zeros after the sign, a positive one with spaces before it.
+    // ---------------------------------------------------------------- numbers
+    // (GSStringNumbers.cpp) Appends value in decimal. |width| is a field width counting digits
+    // only, never the sign: a negative width pads with zeros after the sign, a positive one with
+    // spaces before it.
     short addLong(int value, int width);
     short addLongLong(long long value, int width);
     void setLongValue(int value);
@@ -195,8 +196,8 @@ public:
     int getBasicLongValue(long index, long* end, long* digitsEnd) const;
     int getLongValue(long index, long* end) const;
 
-    // ---------------------------------------------------------------- comparison (GSStringCompare.cpp)
-    // The orderings give differences, first minus second, not only signs.
+    // ---------------------------------------------------------------- comparison
+    // (GSStringCompare.cpp) The orderings give differences, first minus second, not only signs.
     // Full ordering: empty and null first and equal (-1, 1 or 0 against them); single-byte
     // texts of one tag by bytes (the first unequal unsigned bytes, else the lengths),
     // everything else by code points after decomposition (the first unequal code points; -1

@@ -4,10 +4,10 @@
 // (10xxxxxx); a cluster is a base character and the combining marks (Mn, Mc, Me) after it.
 // The rules that walk clusters loop instead of recursing, so that a text of many marks costs
 // no stack, with the results of the recursive definitions.
-#include "GSCodePages.h"
-#include "GSString.h"
-#include "GSUTF8.h"
-#include "GSUnicode.h"
+#include "text/GSCodePages.h"
+#include "text/GSString.h"
+#include "text/GSUTF8.h"
+#include "text/GSUnicode.h"
 
 #include <algorithm>
 

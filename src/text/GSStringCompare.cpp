@@ -5,8 +5,8 @@
 // decomposing enumerator whenever Unicode text or two different tags are involved, so that a
 // Mac and a UTF-8 spelling of one text, or a precomposed letter and its base letter followed by
 // the combining mark, compare equal; sorted tables and dictionary keys rely on that order.
-#include "GSString.h"
-#include "GSStringUniCharEnumerator.h"
+#include "text/GSString.h"
+#include "text/GSStringUniCharEnumerator.h"
 
 #include <algorithm>
 #include <cctype>

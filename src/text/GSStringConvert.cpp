@@ -7,9 +7,9 @@
 // out once per pair of tags, by those very operations on a scratch string, and the conversion
 // itself copies bytes from that map. A byte whose outcome could depend on the text before it
 // is marked and goes through the operations themselves.
-#include "GSCodePages.h"
-#include "GSString.h"
-#include "GSUTF8.h"
+#include "text/GSCodePages.h"
+#include "text/GSString.h"
+#include "text/GSUTF8.h"
 
 #include <cstdint>
 #include <mutex>

@@ -4,8 +4,8 @@
 // Classic layout: a short marker (0 null; else the one's complement of the tag) and a 4-byte
 // count, or, in older files, a positive marker that is itself the count of a Windows text.
 // Single-byte texts are held in memory in the Mac code page, whatever code page wrote them.
-#include "GSFile.h"
-#include "GSString.h"
+#include "fileformat/GSFile.h"
+#include "text/GSString.h"
 
 short GSString::write(GSFile* file) const {
     long n = isNull() ? 0 : getLength() + 1;

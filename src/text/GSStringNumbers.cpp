@@ -5,7 +5,7 @@
 // before it); compact fractions lose their trailing zeros and round by 0.49 units of the last
 // place, not by one half; the integer reader stops accumulating near the 32-bit limit without
 // saying so. Everything written is ASCII, so it is valid text in every encoding.
-#include "GSString.h"
+#include "text/GSString.h"
 
 #include <cmath>
 #include <cstdlib>

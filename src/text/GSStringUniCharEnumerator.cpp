@@ -1,9 +1,9 @@
 // GSStringUniCharEnumerator.cpp - the code-point walk over a GSString.
-#include "GSStringUniCharEnumerator.h"
+#include "text/GSStringUniCharEnumerator.h"
 
-#include "GSCodePages.h"
-#include "GSCombiningMarks.h"
-#include "GSUTF8.h"
+#include "text/GSCodePages.h"
+#include "text/GSCombiningMarks.h"
+#include "text/GSUTF8.h"
 
 GSStringUniCharEnumerator::GSStringUniCharEnumerator(const GSString& s, short decomposing,
                                                      short walkBackwards)

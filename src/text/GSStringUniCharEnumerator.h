@@ -9,7 +9,7 @@
 // it was made from may change or go meanwhile.
 #pragma once
 
-#include "GSString.h"
+#include "text/GSString.h"
 
 struct GSDecomposition;
 

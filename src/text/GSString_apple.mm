@@ -6,7 +6,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 
-#include "GSString.h"
+#include "text/GSString.h"
 
 #include <vector>
 

@@ -1,5 +1,5 @@
 // GSUTF8.cpp - UTF-8 decoding and encoding of one code point.
-#include "GSUTF8.h"
+#include "text/GSUTF8.h"
 
 const unsigned char* GSUTF8ReadChar(const unsigned char* p, long available, short lenient,
                                     unsigned* code) {

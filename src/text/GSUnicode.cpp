@@ -1,5 +1,5 @@
 // GSUnicode.cpp - the general-category lookup.
-#include "GSUnicode.h"
+#include "text/GSUnicode.h"
 
 #include <iterator>
 

@@ -1,12 +1,12 @@
 // EmberTideDocumentWriter.cpp - the document writer.
-#include "EmberTideDocumentWriter.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
 
-#include "GSFile.h"
-#include "GSFormatNumbers.h"
-#include "GSGetThumbnail.h"
-#include "GSMemPicData.h"
-#include "GSObjectRef.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSObjectRef.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <cstring>
 #include <vector>

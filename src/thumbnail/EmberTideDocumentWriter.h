@@ -7,8 +7,8 @@
 // the tests, so that writer and reader agree by construction.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSTSize.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSTSize.h"
 
 class GSFile;
 

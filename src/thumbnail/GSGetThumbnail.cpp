@@ -1,11 +1,11 @@
 // GSGetThumbnail.cpp - the header, the top-level scan and the preview chunk.
-#include "GSGetThumbnail.h"
+#include "thumbnail/GSGetThumbnail.h"
 
-#include "GSFile.h"
-#include "GSFormatNumbers.h"
-#include "GSMemPicData.h"
-#include "GSObjectRef.h"
-#include "GSTagRead.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagRead.h"
+#include "objects/GSObjectRef.h"
+#include "thumbnail/GSMemPicData.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 // so the cost does not grow with the document's size.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSFileSpec.h"
-#include "GSFormatNumbers.h"
-#include "GSTSize.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSTSize.h"
+#include "storage/GSFileSpec.h"
 
 class GSFile;
 class GSTagRead;

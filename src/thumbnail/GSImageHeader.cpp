@@ -1,5 +1,5 @@
 // GSImageHeader.cpp - PNG IHDR and JPEG frame headers.
-#include "GSImageHeader.h"
+#include "thumbnail/GSImageHeader.h"
 
 #include <cstring>
 
@@ -10,7 +10,9 @@ unsigned long big32(const unsigned char* p) {
            (static_cast<unsigned long>(p[2]) << 8) | p[3];
 }
 
-unsigned big16(const unsigned char* p) { return (static_cast<unsigned>(p[0]) << 8) | p[1]; }
+unsigned big16(const unsigned char* p) {
+    return (static_cast<unsigned>(p[0]) << 8) | p[1];
+}
 
 // Frame markers (start of frame) are C0-CF except C4 (Huffman tables), C8 (reserved) and
 // CC (arithmetic conditioning).

@@ -1,7 +1,7 @@
 // GSImageScaler.cpp - separable-convolution scaling through pixman.
-#include "GSImageScaler.h"
+#include "thumbnail/GSImageScaler.h"
 
-#include "GSWorkDeadline.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <algorithm>
 #include <cmath>

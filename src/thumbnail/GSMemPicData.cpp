@@ -1,11 +1,11 @@
 // GSMemPicData.cpp - reading and writing picture-data descriptions.
-#include "GSMemPicData.h"
+#include "thumbnail/GSMemPicData.h"
 
-#include "GSFile.h"
-#include "GSFormatNumbers.h"
-#include "GSRuntimeClass.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <climits>
 #include <new>

@@ -6,10 +6,10 @@
 // class.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSFormatNumbers.h"
-#include "GSObject.h"
-#include "GSTSize.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSObject.h"
+#include "objects/GSTSize.h"
 
 class GSMemPicData : public GSObject {
 public:

@@ -1,5 +1,5 @@
 // GSPNGWriter.cpp - PNG encoding with libpng into memory.
-#include "GSPNGWriter.h"
+#include "thumbnail/GSPNGWriter.h"
 
 #include <csetjmp>
 #include <png.h>
@@ -69,8 +69,9 @@ bool encode(const GSRasterImage& image, png_text* chunks, int chunkCount, WriteS
         return false;
     }
     png_set_write_fn(png, state, writeToVector, flushNothing);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width), static_cast<png_uint_32>(image.height),
-                 8, image.hasAlpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+    png_set_IHDR(png, info, static_cast<png_uint_32>(image.width),
+                 static_cast<png_uint_32>(image.height), 8,
+                 image.hasAlpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     png_set_compression_level(png, kZlibLevel);
     png_set_compression_strategy(png, kZlibStrategy);

@@ -5,7 +5,7 @@
 // Text keys (key, value pairs) go into tEXt chunks before the image data.
 #pragma once
 
-#include "GSRasterImage.h"
+#include "thumbnail/GSRasterImage.h"
 
 #include <string>
 #include <utility>

@@ -1,8 +1,8 @@
 // GSPreviewDecoder.cpp - JPEG through libjpeg-turbo, PNG through libpng.
-#include "GSPreviewDecoder.h"
+#include "thumbnail/GSPreviewDecoder.h"
 
-#include "GSLimits.h"
-#include "GSWorkDeadline.h"
+#include "fileformat/GSLimits.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <csetjmp>
 #include <cstdio>

@@ -10,7 +10,7 @@
 // as a failure, once the calling thread's GSWorkDeadline has passed.
 #pragma once
 
-#include "GSRasterImage.h"
+#include "thumbnail/GSRasterImage.h"
 
 #include <string>
 

@@ -1,5 +1,5 @@
 // GSThumbnailFit.cpp - the fit rule.
-#include "GSThumbnailFit.h"
+#include "thumbnail/GSThumbnailFit.h"
 
 #include <cmath>
 

@@ -6,7 +6,7 @@
 // never below 1.
 #pragma once
 
-#include "GSTSize.h"
+#include "objects/GSTSize.h"
 
 struct GSFittedSize {
     double width = 0;

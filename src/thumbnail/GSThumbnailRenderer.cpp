@@ -1,12 +1,12 @@
 // GSThumbnailRenderer.cpp - one thumbnail, start to end.
-#include "GSThumbnailRenderer.h"
+#include "thumbnail/GSThumbnailRenderer.h"
 
-#include "GSGetThumbnail.h"
-#include "GSImageHeader.h"
-#include "GSImageScaler.h"
-#include "GSPreviewDecoder.h"
-#include "GSThumbnailFit.h"
-#include "GSWorkDeadline.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSImageHeader.h"
+#include "thumbnail/GSImageScaler.h"
+#include "thumbnail/GSPreviewDecoder.h"
+#include "thumbnail/GSThumbnailFit.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <cerrno>
 #include <cstring>

@@ -6,9 +6,9 @@
 // document's own width and height, or from the picture's when the document states none.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSPNGWriter.h"
-#include "GSTSize.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSTSize.h"
+#include "thumbnail/GSPNGWriter.h"
 
 #include <string>
 #include <vector>

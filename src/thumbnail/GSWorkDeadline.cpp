@@ -1,5 +1,5 @@
 // GSWorkDeadline.cpp - the calling thread's deadline, in its own processor time.
-#include "GSWorkDeadline.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <ctime>
 

@@ -13,8 +13,8 @@
 #import <Foundation/Foundation.h>
 #import <QuickLookThumbnailing/QuickLookThumbnailing.h>
 
-#include "GSGetThumbnail.h"
-#include "GSThumbnailFit.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSThumbnailFit.h"
 
 #include <exception>
 #include <utility>

@@ -1,9 +1,9 @@
 // CacheCommandTest.cpp - `ember-tide cache`: walking trees, keeping the desktop's cache current,
 // failures, unreadable files, and stopping half-way, by running the built tool. Its usage errors
 // are in CommandLineTest.
-#include "GSThumbnailCache.h"
 #include "RunTool.h"
 #include "SampleImages.h"
+#include "desktop/GSThumbnailCache.h"
 
 #include <gtest/gtest.h>
 

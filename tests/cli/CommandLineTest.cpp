@@ -1,10 +1,10 @@
 // CommandLineTest.cpp - the contract of the ember-tide command line, by running the built tool:
 // info, extract, create (with its backups), saves that fail whole, and the usage errors, options
 // and help of every command. Every layout create writes is read back in ConvertCommandTest.
-#include "EmberTideDocumentWriter.h"
-#include "GSTagWrite.h"
 #include "RunTool.h"
 #include "SampleImages.h"
+#include "fileformat/GSTagWrite.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
 
 #include <algorithm>
 #include <filesystem>

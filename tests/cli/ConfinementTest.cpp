@@ -7,9 +7,9 @@
 // file beside it and each call that it must not make, and prints how each ended; with
 // EMBER_TIDE_TEST_SPIN_ON=NAME it spins on the file NAME.
 // Where the kernel has no Landlock or seccomp, the tests that need them are skipped, not passed.
-#include "GSThumbnailCache.h"
 #include "RunTool.h"
 #include "SampleImages.h"
+#include "desktop/GSThumbnailCache.h"
 
 #include <cerrno>
 #include <chrono>

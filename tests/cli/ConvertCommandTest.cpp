@@ -2,12 +2,13 @@
 // the built tool; its failed saves are in CommandLineTest. The results are read back both through
 // the tool (extract, info) and with the reader itself, which also tells how the picture was stored
 // and in which form.
-#include "EmberTideDocumentWriter.h"
-#include "GSFile.h"
-#include "GSGetThumbnail.h"
-#include "GSMemPicData.h"
-#include "GSTagWrite.h"
 #include "RunTool.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagWrite.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <sstream>
 
@@ -108,13 +109,13 @@ TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
     ASSERT_EQ(EmberTideDataWriteHeader(&bare.file, 0x0200, false, false), 0);
     {
         GSTagWrite top(&bare.file);
-        ASSERT_EQ(top.writeStart(13), 0);
+        ASSERT_EQ(top.writeStart(GSTagPreview), 0);
         {
             GSTagWrite chunk(&bare.file);
             GSMemPicData picture;
-            picture.kind = GSMemPicData::kPNGAlias; // read as PNG
+            picture.kind = GSPreviewPNGAlias; // read as PNG
             picture.dataSize = static_cast<int>(png.size());
-            ASSERT_EQ(chunk.writeVersion(256) || chunk.writeStart(6) ||
+            ASSERT_EQ(chunk.writeVersion(GSChunkVersion) || chunk.writeStart(GSPreviewTagInline) ||
                           picture.writeData(&bare.file) ||
                           bare.file.write(png.data(), static_cast<long>(png.size())) ||
                           chunk.writeEnd() || chunk.writeEndTag(),

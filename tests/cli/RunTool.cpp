@@ -1,8 +1,8 @@
 // RunTool.cpp - child processes with stdout and stderr sent to files; the command tests' folder.
 #include "RunTool.h"
 
-#include "EmberTideDocumentWriter.h"
 #include "SampleImages.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
 
 #include <cstdlib>
 #include <fcntl.h>

@@ -1,8 +1,8 @@
 // ChunksTest.cpp - tagged chunks in both forms: the exact bytes the writer produces, the patching
 // of lengths, nested byte-form items, and what the reader makes of them, crafted ones included.
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
 #include "MemoryAndDisk.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
 
 #include <gtest/gtest.h>
 

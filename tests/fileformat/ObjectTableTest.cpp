@@ -1,11 +1,11 @@
 // ObjectTableTest.cpp - object records, object merging, and records and tables crafted to break
 // them.
-#include "GSFileObjectTable.h"
-#include "GSObjectRef.h"
-#include "GSRuntimeClass.h"
-#include "GSTagRead.h"
-#include "GSTagWrite.h"
 #include "TestSupport.h"
+#include "fileformat/GSFileObjectTable.h"
+#include "fileformat/GSTagRead.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSRuntimeClass.h"
 
 #include <gtest/gtest.h>
 

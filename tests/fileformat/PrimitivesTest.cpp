@@ -1,8 +1,8 @@
 // PrimitivesTest.cpp - byte-exact encodings of GSFile's numbers and identifiers, reading them back
 // from whole, truncated and lying data, positioning and the path helpers.
 #include "FileTestSupport.h"
-#include "GSArray.h"
 #include "MemoryAndDisk.h"
+#include "objects/GSArray.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // ContainersTest.cpp - shared storage, growth and index rules of the framework's arrays.
-#include "GSArray.h"
-#include "GSDynaArray.h"
-#include "GSFixArray.h"
-#include "GSObject.h"
+#include "objects/GSArray.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSFixArray.h"
+#include "objects/GSObject.h"
 
 #include <gtest/gtest.h>
 

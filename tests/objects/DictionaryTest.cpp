@@ -1,16 +1,17 @@
 // DictionaryTest.cpp - GSObjectDictionary: look-ups by key class, case and order, shared
 // buffers, copies, the exact bytes of its body, and files that make a dictionary hold itself,
 // nest too deeply, put foreign objects among keys or break off in its values.
-#include "GSArrayObjects.h"
-#include "GSLongDictionaryKey.h"
-#include "GSNumberObjects.h"
-#include "GSObjectDictionary.h"
-#include "GSObjectDictionaryObject.h"
-#include "GSStringDictionaryKey.h"
-#include "GSStringObject.h"
-#include "GSTagWrite.h"
 #include "RecordForms.h"
 #include "TextSupport.h"
+#include "fileformat/GSLimits.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSNumberObjects.h"
+#include "objects/GSObjectDictionary.h"
+#include "objects/GSObjectDictionaryObject.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "objects/GSStringObject.h"
 
 #include <climits>
 
@@ -230,7 +231,8 @@ TEST(DictionaryRobustness, ForeignKeysAndPartReads) {
 // writer refuses instead of recursing, as it refuses to nest deeper than a reader follows. One
 // level more, written around a body made beforehand, fails to read.
 TEST(DictionaryRobustness, CyclesAndNestingPastTheLimit) {
-    const int deepest = GSFile::kMaxObjectDepth - 1; // the innermost entries are one level below
+    const int deepest =
+        GSCurrentLimits().objectDepth - 1; // the innermost entries are one level below
     GSObjectRef<GSLongObject> leaf(new GSLongObject(0));
     GSObjectRef<GSObjectDictionaryObject> self(new GSObjectDictionaryObject());
     self->value.setObjectValue("self", self.get());

@@ -1,7 +1,8 @@
 // ObjectModelTest.cpp - reference counting, exact-class tests, the class registry and copying.
-#include "GSMemPicData.h"
-#include "GSObject.h"
-#include "GSRuntimeClass.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSObject.h"
+#include "objects/GSRuntimeClass.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <gtest/gtest.h>
 
@@ -67,7 +68,7 @@ TEST(RuntimeClass, ClassesStayFindableAndSortedAndMakeObjects) {
 
 TEST(ObjectModel, CopyContentGoesThroughAMemoryFile) {
     GSMemPicData source, target;
-    source.kind = GSMemPicData::kPNG;
+    source.kind = GSPreviewPNG;
     source.dataSize = 4;
     source.infoValue = 7;
     source.size = {120, 80};
@@ -76,7 +77,7 @@ TEST(ObjectModel, CopyContentGoesThroughAMemoryFile) {
     // Reading stops where the encoded bytes begin: they stay in the file, not in the object.
     EXPECT_EQ(std::tuple(target.kind, target.dataSize, target.infoValue, target.size.width,
                          target.size.height, target.bytes.getSize()),
-              std::tuple(GSMemPicData::kPNG, 4, 7, 120, 80, 0L));
+              std::tuple(GSPreviewPNG, 4, 7, 120, 80, 0L));
     GSSystemPicData other;
     other.infoValue = 3;
     EXPECT_EQ(std::pair(source.copyContentTo(&other), other.infoValue), std::pair(short(1), 3))

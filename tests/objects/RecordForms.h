@@ -6,8 +6,8 @@
 // compact counts, raw floats and doubles.
 #pragma once
 
-#include "GSObjectRef.h"
 #include "TestSupport.h"
+#include "objects/GSObjectRef.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // StringTableTest.cpp - order, insert-or-replace, listing and shared storage of the string tables.
-#include "GSExceptions.h"
-#include "GSNumericStringTable.h"
-#include "GSStringTable.h"
 #include "TextSupport.h"
+#include "objects/GSExceptions.h"
+#include "objects/GSNumericStringTable.h"
+#include "objects/GSStringTable.h"
 
 #include <gtest/gtest.h>
 

@@ -1,21 +1,22 @@
 // ValueObjectsTest.cpp - the value objects: round trips in every chunk form, the exact bytes of a
 // record, the tolerance of the shared body, the array block in both forms, and crafted bodies
 // that must fail without allocating, throwing or crashing.
-#include "EmberTideDocumentWriter.h"
-#include "GSArrayBlock.h"
-#include "GSArrayObjects.h"
-#include "GSFileSpecObject.h"
-#include "GSGetThumbnail.h"
-#include "GSLongDictionaryKey.h"
-#include "GSMemPicData.h"
-#include "GSNumberObjects.h"
-#include "GSObjectDictionaryObject.h"
-#include "GSRuntimeClass.h"
-#include "GSStringDictionaryKey.h"
-#include "GSStringObject.h"
-#include "GSTagWrite.h"
-#include "GSValueObjectBody.h"
 #include "RecordForms.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSArrayBlock.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSNumberObjects.h"
+#include "objects/GSObjectDictionaryObject.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "objects/GSStringObject.h"
+#include "objects/GSValueObjectBody.h"
+#include "storage/GSFileSpecObject.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <climits>
 #include <cmath>
@@ -271,7 +272,7 @@ TEST(ValueObjectsRobustness, ArrayCountsThatCannotBeInTheFileFail) {
 // exception, no crash, in every document version and form.
 TEST(ValueObjectsRobustness, PreviewRecordOfAValueClassIsNoPreview) {
     GSMemPicData picture;
-    picture.kind = GSMemPicData::kJPEG;
+    picture.kind = GSPreviewJPEG;
     picture.dataSize = 5;
     picture.bytes = toDynaArray({1, 2, 3, 4, 5});
     std::vector<GSObjectRef<GSObject>> records = samples();
@@ -284,9 +285,10 @@ TEST(ValueObjectsRobustness, PreviewRecordOfAValueClassIsNoPreview) {
             EXPECT_EQ(EmberTideDataWriteHeader(&m.file, version, byteForm, false), 0);
             {
                 GSTagWrite top(&m.file), chunk(&m.file);
-                EXPECT_EQ(top.writeStart(13) || chunk.writeVersion(256) || chunk.writeStart(0) ||
+                EXPECT_EQ(top.writeStart(GSTagPreview) || chunk.writeVersion(GSChunkVersion) ||
+                              chunk.writeStart(GSPreviewTagInfo) ||
                               GSWritePreviewInfo(&m.file, 1, {4, 3}) || chunk.writeEnd() ||
-                              chunk.writeStart(4) || m.file.writeObject(record) ||
+                              chunk.writeStart(GSPreviewTagRecord) || m.file.writeObject(record) ||
                               chunk.writeEnd() || chunk.writeEndTag() || top.writeEnd() ||
                               top.writeEndTag(),
                           0);

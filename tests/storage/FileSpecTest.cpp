@@ -1,8 +1,9 @@
 // FileSpecTest.cpp - file specs: names, paths and extenders, options and the memory-file rule,
 // copies, the file form, and links.
-#include "GSArrayObjects.h"
-#include "GSStringDictionaryKey.h"
 #include "SaveTestSupport.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSStringDictionaryKey.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,7 @@ TEST(FileSpec, NamesPathsAndExtenders) {
     for (const auto& c : cases) {
         GSFileSpec s(gs(c[0]));
         EXPECT_EQ(str(s.getFilename(1)) + "|" + str(s.getFilename(0)) + "|" +
-                      str(s.getPathname(0)) + "|" + str(s.getExtender()),
+                      str(s.getPathname(GSFolderPath)) + "|" + str(s.getExtender()),
                   std::string(c[1]) + "|" + c[2] + "|" + c[3] + "|" + c[4]);
     }
     // File-type lists: "*.ext:Description" entries separated by ";"; the first gives the extender.
@@ -31,10 +32,10 @@ TEST(FileSpec, NamesPathsAndExtenders) {
     EXPECT_EQ(str(GSFileSpec::getExtenderListFromString(list)), "*.ext;*.alt");
     GSFileSpec renamed(gs("/d/letter.txt"));
     renamed.setExtender(list);
-    EXPECT_EQ(str(renamed.getPathname(1)), "/d/letter.ext");
+    EXPECT_EQ(str(renamed.getPathname(GSFullPath)), "/d/letter.ext");
     renamed.setFilename(gs("other name.doc"));
-    EXPECT_EQ(str(renamed.getPathname(1)), "/d/other name.doc") << "the folder stays";
-    EXPECT_EQ(str(renamed.getParent().getPathname(1)), "/d");
+    EXPECT_EQ(str(renamed.getPathname(GSFullPath)), "/d/other name.doc") << "the folder stays";
+    EXPECT_EQ(str(renamed.getParent().getPathname(GSFullPath)), "/d");
 }
 
 // Options are read by value class. Memory files: data present, an identifier, and saving to
@@ -97,8 +98,8 @@ TEST(FileSpec, LinksLeadToFilesAndFolders) {
         GSFileSpec target;
         short isFolder = 7;
         short isLink = GSFileSpec(gs(root + name)).isLink(&target, 0, &isFolder);
-        links +=
-            std::to_string(isLink) + str(target.getPathname(1)) + std::to_string(isFolder) + " ";
+        links += std::to_string(isLink) + str(target.getPathname(GSFullPath)) +
+                 std::to_string(isFolder) + " ";
     }
     EXPECT_EQ(links, "1" + root + "/real.etd0 1" + root + "/sub/a1 07 ") << "a folder's item";
 }

@@ -1,7 +1,8 @@
 // FileSystemTest.cpp - the POSIX file-system layer against real files in a private folder.
 #include "FileTestSupport.h"
-#include "GSFileSpec.h"
-#include "GSURL.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSURL.h"
 
 #include <gtest/gtest.h>
 
@@ -262,9 +263,10 @@ TEST_P(Replacing, MovesExchangesAndReplacements) {
     EXPECT_EQ(folder.rename(gs("b.txt"), &detail), 1) << "a folder onto a file";
     EXPECT_EQ(GSFileSpec(gs(root + "/absent")).rename(gs("x"), &detail), 1);
     EXPECT_EQ(str(detail), root + "/absent: No such file or directory");
-    EXPECT_EQ(str(spec.getPathname(1)), root + "/a.txt") << "a failed rename leaves the spec";
+    EXPECT_EQ(str(spec.getPathname(GSFullPath)), root + "/a.txt")
+        << "a failed rename leaves the spec";
     ASSERT_EQ(spec.rename(gs("c.txt"), &detail) + folder.rename(gs("moved"), &detail), 0);
-    EXPECT_EQ(str(spec.getPathname(1)), root + "/c.txt") << "the spec follows the item";
+    EXPECT_EQ(str(spec.getPathname(GSFullPath)), root + "/c.txt") << "the spec follows the item";
     ASSERT_EQ(spec.remove(&detail), 0);
     EXPECT_EQ(spec.remove(&detail), 1) << "nothing left to remove";
 

@@ -1,9 +1,10 @@
 // SafeSaveTest.cpp - the stream worker's safe save: temporary files, discarding, backups, locked
 // targets, and I/O failures injected at every step.
-#include "GSFileWorkerStream.h"
-#include "GSFileWorkerStreamIO.h"
-#include "GSObjectRef.h"
 #include "SaveTestSupport.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSObjectRef.h"
+#include "storage/GSFileWorkerStream.h"
+#include "storage/GSFileWorkerStreamIO.h"
 
 #include <gtest/gtest.h>
 
@@ -85,11 +86,11 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     // While the save runs, only a hidden temporary file beside the target changes.
     auto w = streamWorker(target, "wb", GSSafetyTemporaryFile);
     ASSERT_EQ(w->open(), 0);
-    std::string working = str(w->getWorkingFileSpec()->getPathname(1));
+    std::string working = str(w->getWorkingFileSpec()->getPathname(GSFullPath));
     EXPECT_TRUE(working.compare(0, tmp.root().size() + 1, tmp.root() + "/") == 0 &&
                 isTemporaryName(working.substr(tmp.root().size() + 1), ".etd"))
         << working;
-    ASSERT_EQ(w->close(1), 0);
+    ASSERT_EQ(w->close(GSCloseDiscard), 0);
     EXPECT_EQ(listing(tmp.root()), std::set<std::string>{"report.etd"}) << "nothing left over";
     ASSERT_EQ(save(w.get(), "discarded", 1), 0) << "a worker opens again after a close";
     EXPECT_EQ(readText(target), "old content") << "discarding throws away the temporary file";
@@ -99,8 +100,8 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     // Without a target there is nothing to protect: the file is written in place.
     auto first = streamWorker(fresh, "wb", GSSafetyTemporaryFile);
     ASSERT_EQ(first->open(), 0);
-    EXPECT_EQ(str(first->getWorkingFileSpec()->getPathname(1)), fresh);
-    ASSERT_EQ(first->close(0), 0);
+    EXPECT_EQ(str(first->getWorkingFileSpec()->getPathname(GSFullPath)), fresh);
+    ASSERT_EQ(first->close(GSCloseKeep), 0);
     EXPECT_EQ(listing(tmp.root()), (std::set<std::string>{"report.etd", "fresh.etd"}));
 
     // Without safe mode a "w" open deletes the old file at once, and a discard deletes the
@@ -108,9 +109,9 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     auto unsafe = streamWorker(target, "wb", 0);
     ASSERT_EQ(unsafe->open(), 0);
     EXPECT_EQ(readText(target), "");
-    ASSERT_EQ(unsafe->close(1), 0);
+    ASSERT_EQ(unsafe->close(GSCloseDiscard), 0);
     auto reader = streamWorker(fresh, "rb", GSSafetyTemporaryFile);
-    ASSERT_FALSE(reader->open() || reader->close(1));
+    ASSERT_FALSE(reader->open() || reader->close(GSCloseDiscard));
     EXPECT_EQ(listing(tmp.root()), std::set<std::string>{"fresh.etd"});
 }
 
@@ -139,7 +140,7 @@ TEST(SafeSave, BackupsAndLockedFiles) {
     for (unsigned safety : {0u, 1u, 3u})
         EXPECT_EQ(streamWorker(target, "wb", safety)->open(), 1) << "safety mode " << safety;
     auto reader = streamWorker(target, "rb", 0);
-    EXPECT_FALSE(reader->open() || reader->close(0)) << "reading a locked file is fine";
+    EXPECT_FALSE(reader->open() || reader->close(GSCloseKeep)) << "reading a locked file is fine";
     EXPECT_EQ(readText(target) + std::to_string(listing(tmp.root()).size()), "v3..4");
 }
 

@@ -1,12 +1,13 @@
 // WorkersTest.cpp - access modes, text operations, the open/close protocol, the memory and
 // stream workers, and memory file specs opened through GSFile.
-#include "GSArrayObjects.h"
-#include "GSFileWorkerMemory.h"
-#include "GSFileWorkerStream.h"
-#include "GSObjectRef.h"
-#include "GSRuntimeClass.h"
-#include "GSStringDictionaryKey.h"
 #include "SaveTestSupport.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSArrayObjects.h"
+#include "objects/GSObjectRef.h"
+#include "objects/GSRuntimeClass.h"
+#include "objects/GSStringDictionaryKey.h"
+#include "storage/GSFileWorkerMemory.h"
+#include "storage/GSFileWorkerStream.h"
 
 #include <gtest/gtest.h>
 
@@ -72,7 +73,7 @@ TEST(FileWorker, TextReading) {
         EXPECT_EQ(got, "97 10 10 10 98 10 255 10 ");
         EXPECT_EQ(w->eof(), 1);
     }
-    EXPECT_EQ(stream->close(0), 0);
+    EXPECT_EQ(stream->close(GSCloseKeep), 0);
     EXPECT_EQ(memoryWorker("\r\n", "rb")->getChar(), 13);
 
     // At most maxLength - 1 characters; no final newline: the rest, and result 1; a line that is
@@ -98,14 +99,15 @@ TEST(FileWorker, PutLongPutStringAndTheOpenCloseProtocol) {
                             static_cast<GSFileWorker*>(binary.get()), stream.get()})
         EXPECT_FALSE(w->putLong(-42, 5) || w->putLong(INT_MIN, 0) || w->putLong(7, 0) ||
                      w->putFloat(3.25f, 2) || w->putFloat(0.125f, 1) || w->putString("a\nb", 1));
-    ASSERT_EQ(stream->close(0), 0);
+    ASSERT_EQ(stream->close(GSCloseKeep), 0);
     EXPECT_EQ(contents(*text), "-00042-214748364873.250.1a\r\nb\r\n") << "no trailing zeros";
     EXPECT_EQ(contents(*binary), "-00042-214748364873.250.1a\nb\n");
     EXPECT_EQ(readText(folder.path("notes.txt")), contents(*binary));
 
     EXPECT_EQ(binary->open(), 1) << "open on an open worker";
-    ASSERT_EQ(binary->close(0), 0);
-    EXPECT_EQ(binary->close(0) + stream->close(0), 2) << "close on a closed worker";
+    ASSERT_EQ(binary->close(GSCloseKeep), 0);
+    EXPECT_EQ(binary->close(GSCloseKeep) + stream->close(GSCloseKeep), 2)
+        << "close on a closed worker";
     EXPECT_EQ(binary->putString("x", 0) + binary->putLong(1, 0) + binary->putFloat(1.0f, 0), 3)
         << "a closed worker writes nothing";
     GSObjectRef<GSFileWorkerStream> unnamed(new GSFileWorkerStream());

@@ -7,10 +7,10 @@
 // another document's or none) and no hidden temporary file is left. ET_STRESS_ROUNDS sets the
 // number of rounds (200 by default).
 #include "FileTestSupport.h"
-#include "GSFileSpec.h"
-#include "GSGetThumbnail.h"
 #include "RunTool.h"
 #include "SampleImages.h"
+#include "storage/GSFileSpec.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -4,8 +4,8 @@
 // cannot collide with helpers of other suites. Paths are UTF-8 bytes as the file system takes them.
 #pragma once
 
-#include "GSString.h"
 #include "TestSupport.h"
+#include "text/GSString.h"
 
 #include <algorithm>
 #include <cstring>

@@ -7,12 +7,13 @@
 #pragma once
 
 #include "FileTestSupport.h"
-#include "GSFile.h"
-#include "GSFileSpec.h"
-#include "GSFileSpecKeys.h"
-#include "GSFileWorker.h"
-#include "GSLongDictionaryKey.h"
-#include "GSObjectDictionary.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSObjectDictionary.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileSpecKeys.h"
+#include "storage/GSFileWorker.h"
 
 #include <algorithm>
 #include <cctype>
@@ -73,7 +74,7 @@ inline short saveDocument(const std::string& path, int mode, const Bytes& doc,
     file.getFileWorker()->setAccessMode("wb");
     if (file.open()) return 1;
     short status = writeDocument(&file, doc, maxPiece);
-    return static_cast<short>(status | file.close(0));
+    return static_cast<short>(status | file.close(GSCloseKeep));
 }
 
 // A file of up to 1 MB in one read: the kill loop compares documents of 300 KB hundreds of times.

@@ -1,8 +1,9 @@
 // TestSupport.cpp - shared test helpers.
 #include "TestSupport.h"
+#include "fileformat/GSFormatNumbers.h"
 
-#include "GSFileWorker.h"
-#include "GSFileWorkerMemory.h"
+#include "storage/GSFileWorker.h"
+#include "storage/GSFileWorkerMemory.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +14,7 @@
 namespace testing_support {
 
 MemoryFile::MemoryFile() {
-    file.init(-100, 0);
+    file.init(GSGrowDouble, 0);
     file.getFileWorker()->setAccessMode("wb+");
     file.open();
 }
@@ -32,7 +33,8 @@ Bytes MemoryFile::bytes() const {
 GSDynaArray<unsigned char> toDynaArray(const Bytes& bytes) {
     GSDynaArray<unsigned char> array;
     array.setSize(static_cast<long>(bytes.size()));
-    for (size_t i = 0; i < bytes.size(); ++i) array[static_cast<long>(i)] = bytes[i];
+    for (size_t i = 0; i < bytes.size(); ++i)
+        array[static_cast<long>(i)] = bytes[i];
     return array;
 }
 
@@ -69,7 +71,8 @@ TempFolder::~TempFolder() {
 
 void writeFile(const std::string& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 Bytes readFile(const std::string& path) {

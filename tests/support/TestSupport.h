@@ -1,8 +1,8 @@
 // TestSupport.h - helpers shared by the test suites: files in memory and on disk, byte strings.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSFile.h"
+#include "fileformat/GSFile.h"
+#include "objects/GSDynaArray.h"
 
 #include <string>
 #include <vector>

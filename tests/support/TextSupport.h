@@ -3,7 +3,7 @@
 // Header-only: the text and object suites use it, and it needs nothing but GSString.
 #pragma once
 
-#include "GSString.h"
+#include "text/GSString.h"
 
 #include <string>
 

@@ -1,10 +1,10 @@
 // CharactersTest.cpp - code points in GSString: appending, combining marks, index rules, the
 // enumerator, and malformed texts that no reading operation may read past.
-#include "GSCodePages.h"
-#include "GSCombiningMarks.h"
-#include "GSString.h"
-#include "GSStringUniCharEnumerator.h"
 #include "TextSupport.h"
+#include "text/GSCodePages.h"
+#include "text/GSCombiningMarks.h"
+#include "text/GSString.h"
+#include "text/GSStringUniCharEnumerator.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 //
 // The tables themselves are checked by their generator against the vendors' mappings; here the
 // framework's own departures (the apple, the PostScript quotes and ligatures) show in the rows.
-#include "GSCodePages.h"
-#include "GSString.h"
 #include "TextSupport.h"
+#include "text/GSCodePages.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // CompareTest.cpp - the orderings and byte searches of GSString.
-#include "GSString.h"
 #include "TextSupport.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

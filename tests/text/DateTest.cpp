@@ -1,9 +1,9 @@
 // DateTest.cpp - GSDate's calendar against the C library, its week rule against ISO 8601 weeks,
 // and the %-format language.
-#include "GSDate.h"
-#include "GSNumericStringTable.h"
-#include "GSString.h"
 #include "TextSupport.h"
+#include "objects/GSNumericStringTable.h"
+#include "text/GSDate.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

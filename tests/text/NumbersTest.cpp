@@ -1,7 +1,7 @@
 // NumbersTest.cpp - integers and compact fractions written into text, integers read back, and
 // the white space and trailing characters around them.
-#include "GSString.h"
 #include "TextSupport.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

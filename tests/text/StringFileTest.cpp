@@ -3,9 +3,9 @@
 // The 64-bit layout is chosen by the object table of a merging write, so each case writes its
 // strings inside one and reads them back from the same file while the table is still there.
 #include "AllocationCounter.h"
-#include "GSString.h"
 #include "TestSupport.h"
 #include "TextSupport.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

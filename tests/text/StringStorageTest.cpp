@@ -1,7 +1,7 @@
 // StringStorageTest.cpp - GSString's storage forms, sharing, growth and editing.
 #include "AllocationCounter.h"
-#include "GSString.h"
 #include "TextSupport.h"
+#include "text/GSString.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // UnicodeTest.cpp - UTF-8 of one code point, read strictly and leniently, and the general
 // categories.
-#include "GSUTF8.h"
-#include "GSUnicode.h"
+#include "text/GSUTF8.h"
+#include "text/GSUnicode.h"
 
 #include <gtest/gtest.h>
 

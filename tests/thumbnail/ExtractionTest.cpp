@@ -1,13 +1,13 @@
 // ExtractionTest.cpp - finding the preview in documents built item by item, including the
 // malformed ones a stranger could send. Documents of every layout made by our writer are read
 // back through `ember-tide create` and `extract` (tests/cli).
-#include "EmberTideDocumentWriter.h"
-#include "GSExceptions.h"
-#include "GSGetThumbnail.h"
-#include "GSMemPicData.h"
-#include "GSRuntimeClass.h"
-#include "GSTagWrite.h"
 #include "TestSupport.h"
+#include "fileformat/GSTagWrite.h"
+#include "objects/GSExceptions.h"
+#include "objects/GSRuntimeClass.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSMemPicData.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // FitTest.cpp - the fit rule: the exact fitted size, its whole-pixel form, and the sizes that
 // have no fit. The shapes the thumbnailer gives whole documents are in tests/cli.
-#include "GSThumbnailFit.h"
+#include "thumbnail/GSThumbnailFit.h"
 
 #include <gtest/gtest.h>
 

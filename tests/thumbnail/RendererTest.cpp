@@ -1,10 +1,10 @@
 // RendererTest.cpp - decoding, scaling and encoding real pictures, and refusing hostile ones.
-#include "GSImageScaler.h"
-#include "GSPreviewDecoder.h"
-#include "GSThumbnailRenderer.h"
-#include "GSWorkDeadline.h"
 #include "SampleImages.h"
 #include "TestSupport.h"
+#include "thumbnail/GSImageScaler.h"
+#include "thumbnail/GSPreviewDecoder.h"
+#include "thumbnail/GSThumbnailRenderer.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <gtest/gtest.h>
 

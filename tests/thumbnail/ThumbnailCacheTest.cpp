@@ -1,7 +1,7 @@
 // ThumbnailCacheTest.cpp - entry names, URIs, reading entries back and writing them safely.
-#include "GSThumbnailCache.h"
 #include "SampleImages.h"
 #include "TestSupport.h"
+#include "desktop/GSThumbnailCache.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
 // Arguments.cpp - getopt_long for every command, and file:// URIs as file names.
 #include "Arguments.h"
 
-#include "GSIdPointer.h"
-#include "GSURL.h"
 #include "Tool.h"
+#include "storage/GSIdPointer.h"
+#include "storage/GSURL.h"
 
 #include <cctype>
 

@@ -13,8 +13,8 @@
 #include "CacheWalk.h"
 #include "CacheWorkers.h"
 #include "Confinement.h"
-#include "GSThumbnailCache.h"
 #include "Tool.h"
+#include "desktop/GSThumbnailCache.h"
 
 #include <cerrno>
 #include <chrono>

@@ -2,11 +2,11 @@
 #include "CacheFiller.h"
 
 #include "CacheStop.h"
-#include "GSAtomicFile.h"
-#include "GSThumbnailRenderer.h"
-#include "GSWorkDeadline.h"
 #include "Tool.h"
 #include "Watchdog.h"
+#include "storage/GSAtomicFile.h"
+#include "thumbnail/GSThumbnailRenderer.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <cerrno>
 #include <fcntl.h>

@@ -9,7 +9,7 @@
 // rename, so the cache never holds half an entry. Used by several worker threads at once.
 #pragma once
 
-#include "GSThumbnailCache.h"
+#include "desktop/GSThumbnailCache.h"
 
 #include <mutex>
 #include <string>

@@ -2,7 +2,7 @@
 #include "CacheWorkers.h"
 
 #include "CacheStop.h"
-#include "GSWorkDeadline.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <algorithm>
 #include <chrono>

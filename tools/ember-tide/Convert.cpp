@@ -7,9 +7,9 @@
 // header and the preview chunk, as `create` writes them; other items of IN are not kept, so a
 // document that holds any is never converted onto itself (that would lose them).
 #include "Arguments.h"
-#include "EmberTideDocumentWriter.h"
-#include "GSImageHeader.h"
 #include "Tool.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSImageHeader.h"
 
 #include <climits>
 #include <string>

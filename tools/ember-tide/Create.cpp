@@ -1,15 +1,15 @@
 // Create.cpp - `ember-tide create`: a document (or selection) around a JPEG or PNG image,
 // written with the framework's own writer and saved safely.
 #include "Arguments.h"
-#include "EmberTideDocumentWriter.h"
-#include "GSAtomicFile.h"
-#include "GSFormatNumbers.h"
-#include "GSGetThumbnail.h"
-#include "GSImageHeader.h"
-#include "GSLimits.h"
-#include "GSMemPicData.h"
-#include "GSRasterImage.h"
 #include "Tool.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSLimits.h"
+#include "storage/GSAtomicFile.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
+#include "thumbnail/GSGetThumbnail.h"
+#include "thumbnail/GSImageHeader.h"
+#include "thumbnail/GSMemPicData.h"
+#include "thumbnail/GSRasterImage.h"
 
 #include <cerrno>
 #include <climits>

@@ -1,8 +1,8 @@
 // DocumentLayout.cpp - parsing document versions and the layout options.
 #include "DocumentLayout.h"
 
-#include "GSFormatNumbers.h"
 #include "Messages.h"
+#include "fileformat/GSFormatNumbers.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 // default there; asking for it with an older version is a usage error, reported here.
 #pragma once
 
-#include "EmberTideDocumentWriter.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
 
 #include <getopt.h>
 #include <string>

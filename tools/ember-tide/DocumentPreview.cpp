@@ -1,10 +1,10 @@
 // DocumentPreview.cpp - reading a file's kind and preview for the subcommands.
 #include "DocumentPreview.h"
 
-#include "GSAtomicFile.h"
-#include "GSFile.h"
-#include "GSFileSpec.h"
-#include "GSFormatNumbers.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSAtomicFile.h"
+#include "storage/GSFileSpec.h"
 
 #include <cerrno>
 #include <exception>

@@ -6,9 +6,9 @@
 // `problem` and counts as having no preview.
 #pragma once
 
-#include "GSDynaArray.h"
-#include "GSGetThumbnail.h"
-#include "GSTSize.h"
+#include "objects/GSDynaArray.h"
+#include "objects/GSTSize.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 #include <string>
 

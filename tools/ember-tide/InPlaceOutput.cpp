@@ -1,6 +1,6 @@
 // InPlaceOutput.cpp - opening, emptying and writing the thumbnailer's OUT through one descriptor.
 #include "InPlaceOutput.h"
-#include "GSAtomicFile.h"
+#include "storage/GSAtomicFile.h"
 
 #include <cerrno>
 #include <cstring>

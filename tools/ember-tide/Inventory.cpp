@@ -11,11 +11,11 @@
 
 #include "PrintableText.h"
 
-#include "GSFile.h"
-#include "GSFileObjectTable.h"
-#include "GSFileSpec.h"
-#include "GSGetThumbnail.h"
-#include "GSString.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFileObjectTable.h"
+#include "storage/GSFileSpec.h"
+#include "text/GSString.h"
+#include "thumbnail/GSGetThumbnail.h"
 
 #include <algorithm>
 #include <exception>

@@ -1,16 +1,16 @@
 // OutputFiles.cpp - output files and the safe save of documents.
 #include "OutputFiles.h"
 
-#include "GSAtomicFile.h"
-#include "GSFile.h"
-#include "GSFileSpec.h"
-#include "GSFileSpecKeys.h"
-#include "GSFileWorker.h"
-#include "GSFileWorkerMemory.h"
-#include "GSFormatNumbers.h"
-#include "GSLongDictionaryKey.h"
-#include "GSObjectDictionary.h"
-#include "GSObjectRef.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "objects/GSLongDictionaryKey.h"
+#include "objects/GSObjectDictionary.h"
+#include "objects/GSObjectRef.h"
+#include "storage/GSAtomicFile.h"
+#include "storage/GSFileSpec.h"
+#include "storage/GSFileSpecKeys.h"
+#include "storage/GSFileWorker.h"
+#include "storage/GSFileWorkerMemory.h"
 
 #include <cerrno>
 #include <sys/stat.h>

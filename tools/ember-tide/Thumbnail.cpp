@@ -1,12 +1,12 @@
 // Thumbnail.cpp - `ember-tide thumbnail [-s SIZE] FILE OUT`, the desktop thumbnailer's entry.
 #include "Arguments.h"
 #include "Confinement.h"
-#include "GSAtomicFile.h"
-#include "GSLimits.h"
-#include "GSThumbnailRenderer.h"
 #include "InPlaceOutput.h"
 #include "Tool.h"
 #include "Watchdog.h"
+#include "fileformat/GSLimits.h"
+#include "storage/GSAtomicFile.h"
+#include "thumbnail/GSThumbnailRenderer.h"
 
 #include <cerrno>
 #include <csignal>

@@ -4,8 +4,8 @@
 #include "PrintableText.h"
 
 #include "Confinement.h"
-#include "GSLimits.h"
-#include "GSWorkDeadline.h"
+#include "fileformat/GSLimits.h"
+#include "thumbnail/GSWorkDeadline.h"
 
 #include <algorithm>
 #include <chrono>

@@ -15,7 +15,7 @@
 // Sanitizer builds get no address-space limit: their shadow memory reserves terabytes of it.
 #pragma once
 
-#include "GSLimits.h"
+#include "fileformat/GSLimits.h"
 
 #include <condition_variable>
 #include <ctime>

@@ -1,6 +1,6 @@
 // main.cpp - ember-tide: thumbnails and facts from Ember Tide documents.
-#include "GSAtomicFile.h"
 #include "Tool.h"
+#include "storage/GSAtomicFile.h"
 
 #include <cerrno>
 #include <csignal>

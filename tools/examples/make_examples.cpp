@@ -3,11 +3,11 @@
 //
 // Usage: make-examples IMAGE_FOLDER DOCUMENT_FOLDER. tools/make-examples.sh then wraps the
 // pictures into documents with `ember-tide create`.
-#include "EmberTideDocumentWriter.h"
-#include "GSFile.h"
-#include "GSFileWorker.h"
-#include "GSFormatNumbers.h"
 #include "SampleImages.h"
+#include "fileformat/GSFile.h"
+#include "fileformat/GSFormatNumbers.h"
+#include "storage/GSFileWorker.h"
+#include "thumbnail/EmberTideDocumentWriter.h"
 
 #include <cstdio>
 #include <string>
