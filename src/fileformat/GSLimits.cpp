@@ -18,6 +18,7 @@ void GSTightenLimits(const GSLimits& tighter) {
     take(inForce.objectDepth, tighter.objectDepth);
     take(inForce.declaredPixels, tighter.declaredPixels);
     take(inForce.decodedPixels, tighter.decodedPixels);
+    take(inForce.streamedWidth, tighter.streamedWidth);
     take(inForce.jpegMemory, tighter.jpegMemory);
     take(inForce.jpegScans, tighter.jpegScans);
     take(inForce.cacheEntryBytes, tighter.cacheEntryBytes);

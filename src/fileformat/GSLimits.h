@@ -15,8 +15,13 @@ struct GSLimits {
     int objectDepth = 64;
     // Pixels (width x height) that a picture's header may state: 100 megapixels.
     long declaredPixels = 100L * 1000 * 1000;
-    // Pixels that one decode may produce, after JPEG's DCT scaling: 24 Mi, at most 4 bytes each.
+    // Pixels that one decode may hold whole, after JPEG's DCT scaling (an interlaced PNG is held
+    // whole too): 24 Mi, at most 4 bytes each.
     long decodedPixels = 24L * 1024 * 1024;
+    // The widest picture streamed row by row into the scaler (a one-pass PNG): its size is bounded
+    // by declaredPixels, its rows (the decoder's two and ours, up to 8 bytes a pixel) by the
+    // widest side a JPEG may have.
+    long streamedWidth = 65535;
     // Working memory of the JPEG decoder: progressive and multi-scan pictures keep all their
     // coefficients (2 bytes each, 64 per block) while the scans arrive, whatever the output scale.
     long jpegMemory = 96L * 1024 * 1024;

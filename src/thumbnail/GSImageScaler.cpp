@@ -1,83 +1,180 @@
-// GSImageScaler.cpp - separable-convolution scaling through pixman.
+// GSImageScaler.cpp - separable Lanczos-3 resampling, one source row at a time.
 #include "thumbnail/GSImageScaler.h"
 
 #include "thumbnail/GSWorkDeadline.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <memory>
-#include <pixman.h>
+#include <numbers>
 
 namespace {
 
-struct ImageDeleter {
-    void operator()(pixman_image_t* image) const { pixman_image_unref(image); }
-};
-using PixmanImage = std::unique_ptr<pixman_image_t, ImageDeleter>;
+typedef int32_t Channels __attribute__((vector_size(16)));
 
-struct ParamsDeleter {
-    void operator()(pixman_fixed_t* params) const { std::free(params); }
-};
+constexpr double kLobes = 3; // the identity in lanczos() holds for three lobes only
 
-pixman_image_t* wrap(const GSRasterImage& image, uint32_t* pixels) {
-    return pixman_image_create_bits(image.hasAlpha ? PIXMAN_a8r8g8b8 : PIXMAN_x8r8g8b8, image.width,
-                                    image.height, pixels, image.width * 4);
+double lanczos(double x) {
+    x = std::fabs(x);
+    if (x >= kLobes) return 0;
+    if (x < 1e-9) return 1;
+    // sin(3t) = sin(t) (3 - 4 sin(t)^2): one sine for both factors.
+    const double px = std::numbers::pi * x, s = std::sin(px / kLobes);
+    return kLobes * s * (3 - 4 * s * s) * s / (px * px);
+}
+
+// Blue, green, red, alpha; colour multiplied by alpha when `straight` (x / 255 rounded, exactly,
+// as (x + 128 + ((x + 128) >> 8)) >> 8).
+Channels unpack(uint32_t p, bool straight) {
+    const int32_t v = static_cast<int32_t>(p);
+    Channels c = Channels{v, v >> 8, v >> 16, static_cast<int32_t>(p >> 24)} & 255;
+    if (straight && c[3] != 255) {
+        Channels x = c * c[3] + 128;
+        x = (x + (x >> 8)) >> 8;
+        c = Channels{x[0], x[1], x[2], c[3]};
+    }
+    return c;
 }
 
 } // namespace
 
+// Output pixel i covers source pixels [i * scale, (i + 1) * scale); its window reaches three lobes
+// either side of that span's centre, each lobe `scale` source pixels wide when shrinking.
+std::vector<GSImageScaler::Window> GSImageScaler::windows(double scale, int sourceSize, int size) {
+    const double stretch = std::max(scale, 1.0);
+    const double reach = kLobes * stretch;
+    std::vector<Window> result(static_cast<size_t>(size));
+    for (int i = 0; i < size; ++i) {
+        Window& w = result[i];
+        w.centre = (i + 0.5) * scale;
+        w.first = std::max(0, static_cast<int>(std::floor(w.centre - reach + 0.5)));
+        w.count =
+            std::min(sourceSize, static_cast<int>(std::floor(w.centre + reach + 0.5))) - w.first;
+        double sum = 0;
+        for (int k = 0; k < w.count; ++k)
+            sum += lanczos((w.first + k + 0.5 - w.centre) / stretch);
+        w.norm = static_cast<float>(1 / sum); // the centre tap alone is near 1: sum > 0
+    }
+    return result;
+}
+
+float GSImageScaler::weight(const Window& w, int at, double scale) {
+    return static_cast<float>(lanczos((at + 0.5 - w.centre) / std::max(scale, 1.0))) * w.norm;
+}
+
+bool GSImageScaler::begin(int sourceWidth, int sourceHeight, int width, int height, bool hasAlpha,
+                          bool straightAlpha) {
+    if (sourceWidth < 1 || sourceHeight < 1 || width < 1 || height < 1) return false;
+    sourceWidth_ = sourceWidth, sourceHeight_ = sourceHeight, width_ = width, height_ = height;
+    hasAlpha_ = hasAlpha;
+    straightAlpha_ = hasAlpha && straightAlpha;
+    groupX_ = std::max(1, sourceWidth / width / 2);
+    groupedWidth_ = (sourceWidth + groupX_ - 1) / groupX_;
+    scaleX_ = static_cast<double>(sourceWidth) / groupX_ / width;
+    scaleY_ = static_cast<double>(sourceHeight) / height;
+    columns_ = windows(scaleX_, groupedWidth_, width);
+    rows_ = windows(scaleY_, sourceHeight, height);
+    tapsX_ = 0;
+    for (const Window& w : columns_)
+        tapsX_ = std::max(tapsX_, w.count);
+    columnWeights_.assign(static_cast<size_t>(width) * tapsX_, 0.0f);
+    for (int x = 0; x < width; ++x)
+        for (int k = 0; k < columns_[x].count; ++k)
+            columnWeights_[static_cast<size_t>(x) * tapsX_ + k] =
+                weight(columns_[x], columns_[x].first + k, scaleX_);
+    // Both ends of the windows only move down, so the last `ringRows_` source rows (filtered
+    // across) hold the window of every output row when its last source row arrives.
+    ringRows_ = 1;
+    long taps = 0;
+    for (const Window& w : rows_)
+        ringRows_ = std::max(ringRows_, w.count), taps += w.count;
+    // A source row's work: its groups, its taps across, and its share of the sums down.
+    rowWork_ = sourceWidth + static_cast<long>(width) * (tapsX_ + taps / sourceHeight + 1);
+    grouped_.assign(static_cast<size_t>(groupedWidth_) * 4, 0.0f);
+    ring_.assign(static_cast<size_t>(ringRows_) * width * 4, 0.0f);
+    out_.assign(static_cast<size_t>(width) * height, 0);
+    sum_.assign(static_cast<size_t>(width) * 4, 0.0f);
+    nextSource_ = nextOut_ = 0;
+    return true;
+}
+
+bool GSImageScaler::addRow(const uint32_t* row) {
+    if (GSWorkTimeUp(rowWork_)) return false;
+    const int y = nextSource_++;
+    group(row);
+    const Pixel* grouped = reinterpret_cast<const Pixel*>(grouped_.data());
+    Pixel* across = ringRow(y);
+    for (int x = 0; x < width_; ++x) {
+        const Window& w = columns_[x];
+        const float* weights = columnWeights_.data() + static_cast<size_t>(x) * tapsX_;
+        Pixel sum = {0, 0, 0, 0};
+        for (int k = 0; k < w.count; ++k)
+            sum += weights[k] * grouped[w.first + k];
+        across[x] = sum;
+    }
+    while (nextOut_ < height_ && rows_[nextOut_].first + rows_[nextOut_].count - 1 <= y)
+        emit(nextOut_++);
+    return true;
+}
+
+// Sums in whole numbers, one conversion per group; the last group may be short.
+void GSImageScaler::group(const uint32_t* row) {
+    Pixel* grouped = reinterpret_cast<Pixel*>(grouped_.data());
+    for (int g = 0, x = 0; g < groupedWidth_; ++g) {
+        const int end = std::min(sourceWidth_, x + groupX_), count = end - x;
+        Channels sum = unpack(row[x++], straightAlpha_);
+        for (; x < end; ++x)
+            sum += unpack(row[x], straightAlpha_);
+        grouped[g] = __builtin_convertvector(sum, Pixel) * (1.0f / static_cast<float>(count));
+    }
+}
+
+GSImageScaler::Pixel* GSImageScaler::ringRow(int sourceRow) {
+    return reinterpret_cast<Pixel*>(ring_.data()) +
+           static_cast<size_t>(sourceRow % ringRows_) * width_;
+}
+
+void GSImageScaler::emit(int row) {
+    const Window& w = rows_[row];
+    Pixel* sum = reinterpret_cast<Pixel*>(sum_.data());
+    for (int x = 0; x < width_; ++x)
+        sum[x] = Pixel{0, 0, 0, 0};
+    for (int k = 0; k < w.count; ++k) {
+        const float f = weight(w, w.first + k, scaleY_);
+        const Pixel* source = ringRow(w.first + k);
+        for (int x = 0; x < width_; ++x)
+            sum[x] += f * source[x];
+    }
+    uint32_t* out = out_.data() + static_cast<size_t>(row) * width_;
+    auto level = [](float v, float top) {
+        return static_cast<uint32_t>(std::clamp(v + 0.5f, 0.0f, top));
+    };
+    for (int x = 0; x < width_; ++x) {
+        const Pixel p = sum[x];
+        const uint32_t a = hasAlpha_ ? level(p[3], 255) : 255;
+        // Premultiplied: no channel above alpha, though the lobes overshoot at hard edges.
+        const float top = static_cast<float>(a);
+        out[x] = a << 24 | level(p[2], top) << 16 | level(p[1], top) << 8 | level(p[0], top);
+    }
+}
+
+void GSImageScaler::finish(GSRasterImage* result) {
+    result->width = width_;
+    result->height = height_;
+    result->hasAlpha = hasAlpha_;
+    result->pixels = std::move(out_);
+    out_.clear();
+}
+
 bool GSScaleImage(const GSRasterImage& source, int width, int height, GSRasterImage* result) {
-    if (source.width < 1 || source.height < 1 || width < 1 || height < 1) return false;
-    result->width = width;
-    result->height = height;
-    result->hasAlpha = source.hasAlpha;
-    if (width == source.width && height == source.height) {
-        result->pixels = source.pixels;
+    if (width == source.width && height == source.height && width > 0 && height > 0) {
+        *result = source;
         return true;
     }
-    result->pixels.assign(static_cast<size_t>(width) * height, 0);
-    PixmanImage src(wrap(source, const_cast<uint32_t*>(source.pixels.data())));
-    PixmanImage dst(wrap(*result, result->pixels.data()));
-    if (!src || !dst) return false;
-
-    double sx = static_cast<double>(source.width) / width;
-    double sy = static_cast<double>(source.height) / height;
-    pixman_transform_t transform;
-    pixman_transform_init_scale(&transform, pixman_double_to_fixed(sx), pixman_double_to_fixed(sy));
-    pixman_image_set_transform(src.get(), &transform);
-    pixman_image_set_repeat(src.get(), PIXMAN_REPEAT_PAD);
-
-    // Per axis: shrinking samples with a box as wide as the scale; enlarging reconstructs
-    // linearly and samples at a point. Shrinking by a whole number lines the box up with whole
-    // source pixels, so it averages exactly s of them: a box reconstruction there would only
-    // blur by one pixel more, at 3 taps instead of 2 per axis at half size (twice the time of
-    // this step). At other scales the box covers pixels in part, and the wider filter keeps that
-    // from showing as aliasing.
-    auto reconstruct = [](double s) {
-        if (s <= 1) return PIXMAN_KERNEL_LINEAR;
-        return s == std::floor(s) ? PIXMAN_KERNEL_IMPULSE : PIXMAN_KERNEL_BOX;
-    };
-    auto sample = [](double s) { return s > 1 ? PIXMAN_KERNEL_BOX : PIXMAN_KERNEL_IMPULSE; };
-    int count = 0;
-    std::unique_ptr<pixman_fixed_t, ParamsDeleter> params(
-        pixman_filter_create_separable_convolution(&count, pixman_double_to_fixed(sx > 1 ? sx : 1),
-                                                   pixman_double_to_fixed(sy > 1 ? sy : 1),
-                                                   reconstruct(sx), reconstruct(sy), sample(sx),
-                                                   sample(sy), 4, 4));
-    if (!params || !pixman_image_set_filter(src.get(), PIXMAN_FILTER_SEPARABLE_CONVOLUTION,
-                                            params.get(), count))
-        return false;
-    // In bands of rows, between which the work's deadline is checked. A band samples the source
-    // where the whole picture would (source and destination origins move together), so the
-    // result is the same to the bit. A band's work is about the source pixels under it.
-    constexpr int kBandRows = 16;
-    const long bandUnits =
-        static_cast<long>(std::ceil(kBandRows * width * std::max(sx, 1.0) * std::max(sy, 1.0)));
-    for (int y = 0; y < height; y += kBandRows) {
-        if (GSWorkTimeUp(bandUnits)) return false;
-        pixman_image_composite32(PIXMAN_OP_SRC, src.get(), nullptr, dst.get(), 0, y, 0, 0, 0, y,
-                                 width, std::min(kBandRows, height - y));
-    }
+    GSImageScaler scaler;
+    if (!scaler.begin(source.width, source.height, width, height, source.hasAlpha)) return false;
+    for (int y = 0; y < source.height; ++y)
+        if (!scaler.addRow(source.pixels.data() + static_cast<size_t>(y) * source.width))
+            return false;
+    scaler.finish(result);
     return true;
 }

@@ -11,7 +11,8 @@ namespace {
 // with few long repeats, so run-length matching (distance 1) and Huffman coding give files about
 // as small as level 3's full match search (0.93 to 1.10 of its size) in half the time, and one
 // fixed filter saves libpng trying three on every row. With Z_RLE, levels 1 to 9 all run the
-// same run-length search.
+// same run-length search. The SUB filter, measured at 512 pixels, saves 4 to 7 % of a whole run
+// over Paeth and costs 2 to 24 % more bytes (up to 1.19x gdk-pixbuf's files): not worth it.
 constexpr int kZlibLevel = 1;
 constexpr int kZlibStrategy = Z_RLE;
 constexpr int kRowFilter = PNG_FILTER_PAETH;

@@ -2,6 +2,7 @@
 #include "thumbnail/GSPreviewDecoder.h"
 
 #include "fileformat/GSLimits.h"
+#include "thumbnail/GSDecodedRows.h"
 #include "thumbnail/GSWorkDeadline.h"
 
 #include <csetjmp>
@@ -82,13 +83,18 @@ void convertCMYK(const unsigned char* row, int width, bool inverted, uint32_t* o
     }
 }
 
-// Only plain data lives in this frame: longjmp must not skip a destructor.
+// The JPEG's DCT scale leaves at least this many pixels per thumbnail pixel on each axis (or the
+// picture's own size, when it has fewer), so that the scaler's Lanczos filter, not the DCT's
+// averaging over blocks, decides the picture's sharpness.
+constexpr int kDecodeMargin = 2;
+
+// Only plain data lives in this frame: longjmp must not skip a destructor. `rows` owns every
+// buffer.
 bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int targetHeight,
-                GSRasterImage* image, std::string* error) {
+                GSDecodedRows* rows, std::string* error) {
     jpeg_decompress_struct cinfo;
     JPEGErrorManager err;
     jpeg_progress_mgr progress{};
-    unsigned char* volatile cmykRow = nullptr; // read again after a longjmp
     cinfo.err = jpeg_std_error(&err.pub);
     err.pub.error_exit = jpegErrorExit;
     err.pub.emit_message = jpegEmitMessage;
@@ -96,7 +102,6 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
     progress.progress_monitor = jpegProgress;
     if (setjmp(err.escape)) {
         jpeg_destroy_decompress(&cinfo);
-        delete[] cmykRow;
         *error = err.message;
         return false;
     }
@@ -114,20 +119,15 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
     }
     bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
     cinfo.out_color_space = cmyk ? JCS_CMYK : kLittleEndian ? JCS_EXT_BGRX : JCS_EXT_XRGB;
-    // The smallest scale n/8 that still covers the target, so the scaler only ever shrinks a
-    // little (or enlarges a preview smaller than the thumbnail).
+    // The smallest scale n/8 that leaves the margin over the target (8/8 when none does).
+    const bool scaled = targetWidth > 0 && targetHeight > 0;
     cinfo.scale_denom = 8;
     for (unsigned n = 1; n <= 8; ++n) {
         cinfo.scale_num = n;
         jpeg_calc_output_dimensions(&cinfo);
-        if (targetWidth <= 0 || targetHeight <= 0) continue;
-        if (static_cast<int>(cinfo.output_width) >= targetWidth &&
-            static_cast<int>(cinfo.output_height) >= targetHeight)
+        if (scaled && static_cast<long>(cinfo.output_width) >= long{kDecodeMargin} * targetWidth &&
+            static_cast<long>(cinfo.output_height) >= long{kDecodeMargin} * targetHeight)
             break;
-    }
-    if (targetWidth <= 0 || targetHeight <= 0) {
-        cinfo.scale_num = 8;
-        jpeg_calc_output_dimensions(&cinfo);
     }
     long pixels = static_cast<long>(cinfo.output_width) * cinfo.output_height;
     if (pixels > GSCurrentLimits().decodedPixels) {
@@ -137,24 +137,26 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
     }
     bool inverted = cinfo.saw_Adobe_marker; // Adobe writers store CMYK inverted
     jpeg_start_decompress(&cinfo);
-    image->width = static_cast<int>(cinfo.output_width);
-    image->height = static_cast<int>(cinfo.output_height);
-    image->hasAlpha = false;
-    image->pixels.assign(static_cast<size_t>(pixels), 0xFF000000u);
-    if (cmyk) cmykRow = new unsigned char[static_cast<size_t>(image->width) * 4];
+    const int width = static_cast<int>(cinfo.output_width);
+    rows->start(width, static_cast<int>(cinfo.output_height), false, true);
+    if (cmyk) rows->scratch.resize(static_cast<size_t>(width) * 4);
     while (cinfo.output_scanline < cinfo.output_height) {
-        uint32_t* out =
-            image->pixels.data() + static_cast<size_t>(cinfo.output_scanline) * image->width;
-        JSAMPROW row = cmyk ? cmykRow : reinterpret_cast<JSAMPROW>(out);
+        uint32_t* out = rows->row(static_cast<int>(cinfo.output_scanline));
+        JSAMPROW row = cmyk ? rows->scratch.data() : reinterpret_cast<JSAMPROW>(out);
         jpeg_read_scanlines(&cinfo, &row, 1);
-        if (cmyk) convertCMYK(cmykRow, image->width, inverted, out);
+        if (cmyk)
+            convertCMYK(rows->scratch.data(), width, inverted, out);
+        else
+            for (int x = 0; x < width; ++x)
+                out[x] |= 0xFF000000u; // the X byte is not set by the codec
+        if (!rows->done()) {
+            jpeg_destroy_decompress(&cinfo);
+            *error = "JPEG decoding took too long";
+            return false;
+        }
     }
-    if (!cmyk)
-        for (uint32_t& p : image->pixels)
-            p |= 0xFF000000u; // the X byte is not set by the codec
     jpeg_finish_decompress(&cinfo);
     jpeg_destroy_decompress(&cinfo);
-    delete[] cmykRow;
     return true;
 }
 
@@ -184,8 +186,9 @@ void pngRead(png_structp png, png_bytep data, size_t length) {
     source->at += length;
 }
 
-// Only plain data lives in this frame: longjmp must not skip a destructor.
-bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std::string* error) {
+// Only plain data lives in this frame: longjmp must not skip a destructor. `rows` owns every
+// buffer.
+bool decodePNG(const unsigned char* bytes, long count, GSDecodedRows* rows, std::string* error) {
     PNGSource source{bytes, static_cast<size_t>(count), 0, {}};
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &source, pngError, pngWarning);
     png_infop info = png ? png_create_info_struct(png) : nullptr;
@@ -204,14 +207,19 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
     const png_uint_32 width = png_get_image_width(png, info);
     const png_uint_32 height = png_get_image_height(png, info);
     const long pixels = static_cast<long>(width) * height;
-    if (width == 0 || height == 0 || pixels > GSCurrentLimits().decodedPixels) {
+    const bool onePass = png_get_interlace_type(png, info) == PNG_INTERLACE_NONE;
+    if (width == 0 || height == 0 ||
+        (rows->streams(onePass)
+             ? width > static_cast<png_uint_32>(GSCurrentLimits().streamedWidth) ||
+                   pixels > GSCurrentLimits().declaredPixels
+             : pixels > GSCurrentLimits().decodedPixels)) {
         png_destroy_read_struct(&png, &info, nullptr);
         *error = "PNG dimensions beyond the pixel budget";
         return false;
     }
     // Every colour type and depth becomes 8-bit samples in the order of a native ARGB word.
     const int colourType = png_get_color_type(png, info);
-    image->hasAlpha =
+    const bool hasAlpha =
         (colourType & PNG_COLOR_MASK_ALPHA) != 0 || png_get_valid(png, info, PNG_INFO_tRNS) != 0;
     png_set_expand(png); // palettes, grey below 8 bits, tRNS as alpha
     // Samples without gAMA or sRGB are sRGB, 16-bit ones too (libpng would take those for
@@ -220,7 +228,7 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
     png_set_scale_16(png);
     if ((colourType & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png);
     if (kLittleEndian) png_set_bgr(png);
-    if (!image->hasAlpha)
+    if (!hasAlpha)
         png_set_add_alpha(png, 0xFF, kLittleEndian ? PNG_FILLER_AFTER : PNG_FILLER_BEFORE);
     else if (!kLittleEndian)
         png_set_swap_alpha(png);
@@ -228,9 +236,7 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
     png_read_update_info(png, info);
     if (png_get_rowbytes(png, info) != static_cast<size_t>(width) * 4)
         png_error(png, "unexpected row layout");
-    image->width = static_cast<int>(width);
-    image->height = static_cast<int>(height);
-    image->pixels.resize(static_cast<size_t>(pixels));
+    rows->start(static_cast<int>(width), static_cast<int>(height), hasAlpha, onePass);
     // Interlaced pictures come in passes over the same rows, each adding its pixels.
     for (int pass = 0; pass < passes; ++pass)
         for (png_uint_32 y = 0; y < height; ++y) {
@@ -238,18 +244,13 @@ bool decodePNG(const unsigned char* bytes, long count, GSRasterImage* image, std
                 std::snprintf(source.message, sizeof source.message, "PNG decoding took too long");
                 png_longjmp(png, 1);
             }
-            uint32_t* row = image->pixels.data() + static_cast<size_t>(y) * width;
-            png_read_row(png, reinterpret_cast<png_bytep>(row), nullptr);
+            png_read_row(png, reinterpret_cast<png_bytep>(rows->row(static_cast<int>(y))), nullptr);
+            if (!rows->done()) {
+                std::snprintf(source.message, sizeof source.message, "PNG decoding took too long");
+                png_longjmp(png, 1);
+            }
         }
     png_destroy_read_struct(&png, &info, nullptr);
-    if (image->hasAlpha) {
-        for (uint32_t& p : image->pixels) {
-            unsigned a = p >> 24;
-            if (a == 255) continue;
-            auto mul = [a](unsigned c) { return (c * a + 127) / 255; };
-            p = argb(a, mul((p >> 16) & 255), mul((p >> 8) & 255), mul(p & 255));
-        }
-    }
     return true;
 }
 
@@ -261,6 +262,11 @@ bool GSDecodePreview(const unsigned char* bytes, long count, int kind, int targe
         *error = "no image bytes";
         return false;
     }
-    if (kind == 3) return decodePNG(bytes, count, image, error);
-    return decodeJPEG(bytes, count, targetWidth, targetHeight, image, error);
+    GSDecodedRows rows(targetWidth, targetHeight);
+    if (!(kind == 3 ? decodePNG(bytes, count, &rows, error)
+                    : decodeJPEG(bytes, count, targetWidth, targetHeight, &rows, error)))
+        return false;
+    if (rows.finish(image)) return true;
+    *error = "scaling took too long";
+    return false;
 }

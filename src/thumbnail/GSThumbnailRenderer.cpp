@@ -95,8 +95,8 @@ GSThumbnailResult GSRenderPreview(const GSDynaArray<unsigned char>& bytes, int k
 
     GSThumbnailResult result;
     GSRasterImage scaled;
-    // A picture decoded at the target's own size (JPEG's DCT scaling lands there for most
-    // photographs) is passed on as it is, without a copy of its pixels.
+    // With a target, the decoder delivers exactly its size; a picture decoded at its own size
+    // (its size was known only once decoded) is scaled here.
     if (decoded.width == target.width && decoded.height == target.height)
         scaled = std::move(decoded);
     else if (!GSScaleImage(decoded, target.width, target.height, &scaled))
