@@ -17,4 +17,4 @@ struct GSRasterImage {
 
 // Budgets that bound what one preview may cost, checked before anything is decoded.
 inline constexpr long kMaxDeclaredPixels = 100L * 1000 * 1000; // as the image's header states
-inline constexpr long kMaxDecodedPixels = 24L * 1024 * 1024;   // after JPEG's DCT scaling
+inline constexpr long kMaxDecodedPixels = 24L * 1024 * 1024;   // after DCT scaling, or held whole
