@@ -7,6 +7,7 @@
 // hidden name beside the target, takes the target's place, and the old content is either gone
 // or lies under the new content's former name, from where the caller turns it into a backup.
 #include "storage/GSFileSpec.h"
+#include "storage/GSAtomicFile.h"
 #include "storage/GSFileState.h"
 #include "storage/GSURL.h"
 
@@ -64,7 +65,7 @@ short GSFileSpec::exchangeWith(const GSFileSpec& target, short removeOld, GSStri
         if (fillState(&kind) == 0 && !(kind.flags & GSFileState::kFolder)) {
             int fd = backup.createTemporaryFile(GSString(), O_WRONLY);
             if (fd < 0) {
-                if (detail) *detail = GSString(std::strerror(errno));
+                if (detail) *detail = GSString(GSErrorText(errno).c_str());
                 return 1;
             }
             ::close(fd);

@@ -10,6 +10,8 @@
 // items change lie in GSURLFileState_posix.cpp and GSURLChanges_posix.cpp.
 #include "storage/GSURLPosix.h"
 
+#include "storage/GSAtomicFile.h"
+
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -46,7 +48,7 @@ GSString GSStringFromPlatform(std::string_view bytes) {
 
 void GSSetDetail(GSString* detail, const std::string& path, int error) {
     if (!detail) return;
-    std::string text = path + ": " + std::strerror(error);
+    std::string text = path + ": " + GSErrorText(error);
     *detail = GSStringFromPlatform(text);
 }
 

@@ -1,6 +1,7 @@
 // GSThumbnailRenderer.cpp - one thumbnail, start to end.
 #include "thumbnail/GSThumbnailRenderer.h"
 
+#include "storage/GSAtomicFile.h"
 #include "thumbnail/GSGetThumbnail.h"
 #include "thumbnail/GSImageHeader.h"
 #include "thumbnail/GSImageScaler.h"
@@ -17,11 +18,6 @@
 
 namespace {
 
-// strerror may share one buffer between threads; the category's message does not.
-std::string errorText(int error) {
-    return std::generic_category().message(error);
-}
-
 GSThumbnailResult fail(GSThumbnailStatus status, std::string message) {
     GSThumbnailResult result;
     result.status = status;
@@ -34,7 +30,7 @@ GSThumbnailResult fail(GSThumbnailStatus status, std::string message) {
 GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
     struct stat st;
     if (::stat(request.path.c_str(), &st) != 0)
-        return fail(GSThumbnailStatus::kCannotOpen, errorText(errno));
+        return fail(GSThumbnailStatus::kCannotOpen, GSErrorText(errno));
     if (S_ISDIR(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "is a folder");
     // A pipe or a device could block the reader for ever, or never end.
     if (!S_ISREG(st.st_mode)) return fail(GSThumbnailStatus::kCannotOpen, "not a regular file");
@@ -47,7 +43,7 @@ GSThumbnailResult GSRenderThumbnail(const GSThumbnailRequest& request) {
         errno = 0;
         if (GSGetThumbnailWithFacts(GSFileSpec(GSString(request.path.c_str(), -1, GSString::kUTF8)),
                                     &bytes, &kind, &infoValue, &size, &facts))
-            return fail(GSThumbnailStatus::kCannotOpen, errno ? errorText(errno) : "cannot open");
+            return fail(GSThumbnailStatus::kCannotOpen, errno ? GSErrorText(errno) : "cannot open");
     } catch (const std::exception& e) {
         return fail(GSThumbnailStatus::kNoPreview,
                     std::string("damaged document (") + e.what() + ")");

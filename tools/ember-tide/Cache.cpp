@@ -7,6 +7,7 @@
 // this thread redraws the progress line (CacheProgress.h). A signal (Ctrl-C) sets the flag of
 // CacheStop.h, which the walk and the workers check between steps.
 #include "Arguments.h"
+#include "storage/GSAtomicFile.h"
 #include "CacheFiller.h"
 #include "CacheProgress.h"
 #include "CacheStop.h"
@@ -131,7 +132,7 @@ int runCache(int argc, char** argv) {
         struct stat st;
         std::string absolute = absolutePath(path);
         if (::stat(absolute.c_str(), &st) != 0) {
-            message(path, std::generic_category().message(errno));
+            message(path, GSErrorText(errno));
             return kUsage;
         }
         roots.emplace_back(absolute, st);

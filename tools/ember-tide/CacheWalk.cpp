@@ -3,6 +3,7 @@
 
 #include "CacheStop.h"
 #include "Tool.h"
+#include "storage/GSAtomicFile.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -82,7 +83,7 @@ void CacheWalker::walkFolder(const std::string& root) {
         pending.pop_back();
         DIR* dir = ::opendir(folder.c_str());
         if (!dir) {
-            message(folder, "cannot read the folder: " + std::generic_category().message(errno));
+            message(folder, "cannot read the folder: " + GSErrorText(errno));
             ++unreadableFolders;
             continue;
         }

@@ -45,17 +45,7 @@ std::string InPlaceOutput::open(const std::string& out, const std::string& input
 }
 
 std::string InPlaceOutput::write(const unsigned char* data, size_t size) {
-    int error = 0;
-    while (size > 0 && !error) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            error = n < 0 ? errno : EIO;
-        } else {
-            data += n;
-            size -= static_cast<size_t>(n);
-        }
-    }
+    int error = GSWriteAll(fd, data, size) ? 0 : errno;
     // Half a PNG would pass for a picture that fails to load; an empty OUT is a plain failure.
     if (error && regular) (void)!::ftruncate(fd, 0);
     if (ownsFd) {

@@ -80,16 +80,8 @@ int renderConfined(const std::string& file, int size, int pipe) {
     case GSThumbnailStatus::kOK:
         break;
     }
-    const unsigned char* data = result.png.data();
-    size_t left = result.png.size();
-    while (left > 0) {
-        const ssize_t n = ::write(pipe, data, left);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return kIOError; // the parent went away
-        data += n;
-        left -= static_cast<size_t>(n);
-    }
-    return kOK;
+    // A failure here means that the parent went away.
+    return GSWriteAll(pipe, result.png.data(), result.png.size()) ? kOK : kIOError;
 }
 
 } // namespace
