@@ -19,20 +19,15 @@ import subprocess
 import sys
 import tempfile
 
-SKIP = 77
+from desktop_support import gi_repository
+
 MIME = "application/x-ember-tide-document"
 
 
 def main():
     tool, source = sys.argv[1], sys.argv[2]
-    try:
-        import gi
-        gi.require_version("GnomeDesktop", "3.0")
-        gi.require_version("GdkPixbuf", "2.0")
-        from gi.repository import GdkPixbuf, GLib, GnomeDesktop
-    except (ImportError, ValueError) as e:
-        print("SKIPPED: GNOME's thumbnail factory is not installed (python3-gi, gir1.2-gnomedesktop-3.0): %s" % e)
-        return SKIP
+    repo = gi_repository(GnomeDesktop="3.0", GdkPixbuf="2.0")
+    GdkPixbuf, GLib, GnomeDesktop = repo.GdkPixbuf, repo.GLib, repo.GnomeDesktop
 
     failures = []
 

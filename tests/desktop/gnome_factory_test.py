@@ -16,12 +16,7 @@ import subprocess
 import sys
 import tempfile
 
-SKIP = 77
-
-
-def skip(why):
-    print("SKIPPED: " + why)
-    sys.exit(SKIP)
+from desktop_support import gi_repository, skip
 
 
 def child(doc, selection, size):
@@ -61,12 +56,7 @@ def main():
         child(sys.argv[2], sys.argv[3], int(sys.argv[4]))
         return
     tool, source = sys.argv[1], sys.argv[2]
-    try:
-        import gi
-        gi.require_version("GnomeDesktop", "3.0")
-        from gi.repository import GnomeDesktop  # noqa: F401
-    except (ImportError, ValueError) as e:
-        skip("GNOME's thumbnail factory is not installed (python3-gi, gir1.2-gnomedesktop-3.0): %s" % e)
+    gi_repository(GnomeDesktop="3.0")
     if not shutil.which("bwrap"):
         skip("bubblewrap is not installed")
     if subprocess.run(["bwrap", "--ro-bind", "/", "/", "true"], capture_output=True).returncode != 0:

@@ -1,0 +1,132 @@
+#!/usr/bin/python3
+"""Xfce's thumbnail service, tumbler, shows our documents through our .thumbnailer file.
+
+Usage: tumbler_test.py CMAKE BUILD_DIR SOURCE_DIR
+
+Debian's real tumblerd runs on a private session bus (dbus-run-session) with the project
+installed into a temporary prefix and a private cache. As Thunar does, the test queues a
+document's file:// URI with GIO's type for it, in the flavors normal and large: tumbler must
+answer Ready after one run of our thumbnailer and store our picture with Thumb::URI and
+Thumb::MTime; entries that `ember-tide cache` wrote must be used as they are, without a run.
+Skipped (77) without tumbler, dbus or python3-gi.
+"""
+import glob
+import hashlib
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from desktop_support import gi_repository, install, skip
+
+BUS, OBJECT = "org.freedesktop.thumbnails.Thumbnailer1", "/org/freedesktop/thumbnails/Thumbnailer1"
+FLAVORS = {"normal": 128, "large": 256}
+TUMBLERD = "/usr/lib/*/tumbler-1/tumblerd"
+
+
+def session(cmake, build, source, work):
+    """Runs on the private bus and returns the failures."""
+    repo = gi_repository(GdkPixbuf="2.0", Gio="2.0")
+    GdkPixbuf, Gio, GLib = repo.GdkPixbuf, repo.Gio, repo.GLib
+    prefix, cache, log = work + "/prefix", work + "/cache", work + "/runs"
+    tool, docs = prefix + "/bin/ember-tide", work + "/docs with space"
+    install(cmake, build, prefix)
+    # tumbler runs the `ember-tide` on its PATH: a wrapper first on it logs every run.
+    os.makedirs(work + "/wrap")
+    with open(work + "/wrap/ember-tide", "w") as f:
+        f.write('#!/bin/sh\necho "$*" >> "%s"\nexec "%s" "$@"\n' % (log, tool))
+    os.chmod(work + "/wrap/ember-tide", 0o755)
+    # /usr/share stays: gdk-pixbuf, in tumbler and here, picks its PNG loader by MIME type.
+    os.environ.update(XDG_DATA_DIRS=prefix + "/share:/usr/share", XDG_DATA_HOME=work + "/data",
+                      XDG_CACHE_HOME=cache, XDG_CONFIG_HOME=work + "/config",
+                      PATH=work + "/wrap:" + os.environ["PATH"])
+    os.makedirs(docs)
+    fresh, cached = docs + "/landscape.etd", docs + "/tall ü.etd"
+    shutil.copy(source + "/examples/landscape-v3-byte-system-record.etd", fresh)
+    shutil.copy(source + "/examples/tall-v2-record.etd", cached)
+    # tumbler takes an entry as current only when Thumb::MTime is the file's time to the
+    # microsecond, the standard's entries give whole seconds: both agree on a whole-second time.
+    os.utime(cached, ns=(1700000000 * 10**9,) * 2)
+    for flavor in FLAVORS:
+        subprocess.run([tool, "cache", "--size", flavor, cached], check=True)
+
+    def entry(doc, flavor):
+        uri = GLib.filename_to_uri(doc, None)
+        return "%s/thumbnails/%s/%s.png" % (cache, flavor, hashlib.md5(uri.encode()).hexdigest())
+
+    def read(path):  # None when missing: tumbler deletes the entries of files it cannot thumbnail
+        if os.path.exists(path):
+            with open(path, "rb") as f:
+                return f.read()
+
+    def rgba(pixbuf):  # tumbler stores RGBA, our opaque pictures are RGB
+        return pixbuf.get_width(), pixbuf.get_height(), pixbuf.add_alpha(0, 0, 0, 0).read_pixel_bytes().get_data()
+
+    before = {flavor: read(entry(cached, flavor)) for flavor in FLAVORS}
+    tumblerd = subprocess.Popen(glob.glob(TUMBLERD)[:1])
+    try:
+        bus, signals, deadline = Gio.bus_get_sync(Gio.BusType.SESSION), [], time.monotonic() + 60
+        bus.signal_subscribe(BUS, BUS, None, OBJECT, None, 0, lambda *a: signals.append((a[4], a[5].unpack())))
+
+        def call(name, path, method, signature, args):
+            return bus.call_sync(name, path, name, method, GLib.Variant(signature, args), None, 0, -1, None)[0]
+
+        def wait(done):
+            while not done() and time.monotonic() < deadline:
+                GLib.MainContext.default().iteration(False) or time.sleep(0.01)
+            return done()
+
+        if not wait(lambda: call("org.freedesktop.DBus", "/org/freedesktop/DBus", "NameHasOwner", "(s)", (BUS,))):
+            return ["tumblerd never took its bus name"]
+        failures = []
+        for doc in (fresh, cached):
+            uri, mtime = GLib.filename_to_uri(doc, None), str(os.stat(doc).st_mtime_ns // 10**9)
+            mime = Gio.File.new_for_path(doc).query_info("standard::content-type", 0, None).get_content_type()
+            for flavor, pixels in FLAVORS.items():
+                seen = len((read(log) or b"").decode().splitlines())
+                handle = call(BUS, OBJECT, "Queue", "(asasssu)", ([uri], [mime], flavor, "foreground", 0))
+                wait(lambda: ("Finished", (handle,)) in signals)
+                answers = [s for s in signals if s[0] in ("Ready", "Error") and s[1][0] == handle]
+                ran = (read(log) or b"").decode().splitlines()[seen:]
+                subprocess.run([tool, "thumbnail", "-s", str(pixels), doc, work + "/ours.png"], check=True)
+                ours = GdkPixbuf.Pixbuf.new_from_file(work + "/ours.png")
+                ready = answers == [("Ready", (handle, [uri]))]
+                got = ready and GdkPixbuf.Pixbuf.new_from_file(entry(doc, flavor))
+                print("%s %s (%s): %s, stored %s, our thumbnailer ran: %s" % (
+                    uri, flavor, mime, answers, got and "%dx%d" % (got.get_width(), got.get_height()), ran))
+                for ok, what in [
+                        (got, "tumbler answered %s" % answers),
+                        (len(ran) == (doc == fresh), "our thumbnailer ran %d times" % len(ran)),
+                        (doc == fresh or read(entry(doc, flavor)) == before[flavor], "the entry was changed"),
+                        (not got or rgba(got) == rgba(ours), "another picture than ours at %d" % pixels),
+                        (not got or (got.get_option("tEXt::Thumb::URI"),
+                                     got.get_option("tEXt::Thumb::MTime").split(".")[0]) == (uri, mtime),
+                         "Thumb::URI or Thumb::MTime")]:
+                    if not ok:
+                        failures.append("%s %s: %s" % (doc, flavor, what))
+        return failures
+    finally:
+        tumblerd.terminate()
+        tumblerd.wait()
+
+
+def main():
+    if os.environ.get("ET_TUMBLER_SESSION"):  # the second run, on the private bus
+        work = tempfile.mkdtemp(prefix="et-tumbler-")
+        try:
+            failures = session(*sys.argv[1:4], work)
+        finally:
+            shutil.rmtree(work, ignore_errors=True)
+        print("\n".join("FAIL: " + f for f in failures) or "PASS: tumbler showed our pictures and used our cache")
+        return 1 if failures else 0
+    if not shutil.which("dbus-run-session") or not glob.glob(TUMBLERD):
+        skip("tumbler's tumblerd or dbus-run-session (dbus) is not installed")
+    gi_repository(GdkPixbuf="2.0", Gio="2.0")
+    return subprocess.run(["dbus-run-session", "--", sys.executable, "-u", __file__] + sys.argv[1:4],
+                          env=dict(os.environ, ET_TUMBLER_SESSION="1")).returncode
+
+
+if __name__ == "__main__":
+    sys.exit(main())
