@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Regenerates examples/: pictures drawn by make-examples, wrapped into documents by
-# `ember-tide create` in every version, chunk form and way of storing the preview.
+# Regenerates examples/: pictures drawn by make-examples (a sunset, a lighthouse, a translucent
+# disc), wrapped into documents by `ember-tide create` in every version, chunk form and way of
+# storing the preview; make-examples itself writes the two that `create` cannot make (a preview
+# behind a large item, and a document without a preview).
 # Usage: tools/make-examples.sh [BUILD_DIR]   (default build/dev)
 set -euo pipefail
 build=${1:-build/dev}

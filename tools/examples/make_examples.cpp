@@ -1,11 +1,14 @@
-// make_examples.cpp - draws the sample pictures, and writes the one sample document that
-// `ember-tide create` cannot make (a preview behind a large item of other data).
+// make_examples.cpp - draws the sample pictures, and writes the two sample documents that
+// `ember-tide create` cannot make: a preview behind a large item of other data, and a document
+// saved without a preview.
 //
 // Usage: make-examples IMAGE_FOLDER DOCUMENT_FOLDER. tools/make-examples.sh then wraps the
 // pictures into documents with `ember-tide create`.
+#include "DemoPictures.h"
 #include "SampleImages.h"
 #include "fileformat/GSFile.h"
 #include "fileformat/GSFormatNumbers.h"
+#include "fileformat/GSTagWrite.h"
 #include "storage/GSFileWorker.h"
 #include "thumbnail/EmberTideDocumentWriter.h"
 
@@ -36,7 +39,28 @@ bool writeDocument(const std::string& path, const EmberTidePreview& preview,
     return true;
 }
 
-} // namespace
+// Only the editor's own data, as a document saved with previews switched off: the header and one
+// item that readers skip, then the end of the top level.
+bool writeDocumentWithoutPreview(const std::string& path) {
+    GSFile file(GSFileSpec(GSString(path.c_str(), -1, GSString::kUTF8)), 0);
+    file.getFileWorker()->setAccessMode("wb+");
+    static const char data[64] = "the editor's own data";
+    bool written =
+        !file.open() && !EmberTideDataWriteHeader(&file, kEmberTideNewestVersion, true, false);
+    if (written) {
+        {
+            GSTagWrite top(&file);
+            written = !top.writeStart(GSTagPadding) && !file.write(data, sizeof data) &&
+                      !top.writeEnd() && !top.writeEndTag();
+        }
+        file.stopObjectMergingWrite(); // the header started the object table
+    }
+    if (!written || file.close(GSCloseKeep)) {
+        std::fprintf(stderr, "make-examples: %s: cannot write\n", path.c_str());
+        return false;
+    }
+    return true;
+}
 
 bool writeImage(const std::string& path, const std::vector<unsigned char>& bytes) {
     std::FILE* f = std::fopen(path.c_str(), "wb");
@@ -46,25 +70,26 @@ bool writeImage(const std::string& path, const std::vector<unsigned char>& bytes
     return ok;
 }
 
+} // namespace
+
 int main(int argc, char** argv) {
     if (argc != 3) {
         std::fprintf(stderr, "Usage: make-examples IMAGE_FOLDER DOCUMENT_FOLDER\n");
         return 2;
     }
     std::string images = argv[1], documents = argv[2];
-    auto landscape = samples::encodeJPEG(samples::drawLandscape(320, 240, false), 85);
-    auto tall = samples::encodeJPEG(samples::drawLandscape(120, 200, false), 80);
-    auto transparent = samples::encodePNG(samples::drawLandscape(256, 160, true));
+    auto landscape = samples::encodeJPEG(samples::drawSunset(320, 240), 85);
+    auto tall = samples::encodeJPEG(samples::drawLighthouse(150, 250), 85);
+    auto transparent = samples::encodePNG(samples::drawTranslucentDisc(200, 200));
     if (!writeImage(images + "/landscape.jpg", landscape) ||
         !writeImage(images + "/tall.jpg", tall) ||
         !writeImage(images + "/transparent.png", transparent))
         return 1;
-    // The one sample the command-line tool cannot make: a preview behind a large item of the
-    // editor's own data, which a reader must step over without reading it.
+    // The samples the command-line tool cannot make: a preview behind a large item of the
+    // editor's own data, which a reader must step over without reading it, and no preview at all.
     EmberTideDocumentOptions options;
     options.paddingBefore = 256 * 1024;
-    return writeDocument(documents + "/behind-large-item-v2.etd",
-                         makePreview(landscape, 2, 320, 240), options)
-               ? 0
-               : 1;
+    bool ok = writeDocument(documents + "/behind-large-item-v2.etd",
+                            makePreview(landscape, 2, 320, 240), options);
+    return ok && writeDocumentWithoutPreview(documents + "/no-preview-v3.etd") ? 0 : 1;
 }
