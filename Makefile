@@ -2,8 +2,12 @@
 # Everything else is a thin wrapper over the CMake presets.
 
 SHELL := /bin/bash
-DEB_PACKAGES := cmake g++ pkg-config libgtest-dev libbenchmark-dev libjpeg62-turbo-dev \
-                libpng-dev libpixman-1-dev zlib1g-dev libmd-dev libseccomp-dev
+# The tool's build needs BUILD_PACKAGES only; the tests and benchmarks add their frameworks.
+BUILD_PACKAGES := cmake g++ pkg-config libjpeg62-turbo-dev libpng-dev libpixman-1-dev zlib1g-dev \
+                  libmd-dev libseccomp-dev
+DEB_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libbenchmark-dev
+# Making and checking the Debian packages, and what their test looks at once they are installed.
+PACKAGE_TOOLS := dpkg-dev file lintian shared-mime-info bash-completion python3-gi
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 # What the desktop tests (label desktop) drive: GNOME's thumbnail factory and its sandbox, Xfce's
 # tumbler on a private D-Bus session, and the MIME database's tools.
@@ -81,7 +85,10 @@ asan: deps
 asan-test: asan
 	ctest --preset asan
 
-bench: release
+# The benchmarks are built in the release folder, the only build that turns them on.
+bench: deps
+	cmake --preset release -DET_BUILD_BENCH=ON >/dev/null
+	cmake --build --preset release -j $(JOBS)
 	@bash bench/run.sh build/release
 
 fuzz-smoke: deps deps-fuzz
@@ -115,6 +122,25 @@ fuzz: deps deps-fuzz
 	cmake --preset fuzz >/dev/null
 	cmake --build --preset fuzz -j $(JOBS)
 	@bash fuzz/campaign.sh build/fuzz $${FUZZ_SECONDS:-600}
+
+# Debian packages in build/package (ember-tide, and ember-tide-kde where the KDE plug-in is
+# built), compiled with Debian's hardening flags, then checked by lintian. Their test, which
+# installs them on this machine, is `ctest --preset package` (CI runs it as root).
+.PHONY: deps-package package
+deps-package:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(PACKAGE_TOOLS)"
+
+package:
+	@$(MAKE) --no-print-directory deps DEB_PACKAGES="$(BUILD_PACKAGES) $(PACKAGE_TOOLS)"
+	cmake --preset package \
+	  -DCMAKE_C_FLAGS="$$(dpkg-buildflags --get CFLAGS) $$(dpkg-buildflags --get CPPFLAGS)" \
+	  -DCMAKE_CXX_FLAGS="$$(dpkg-buildflags --get CXXFLAGS) $$(dpkg-buildflags --get CPPFLAGS)" \
+	  -DCMAKE_EXE_LINKER_FLAGS="$$(dpkg-buildflags --get LDFLAGS)" \
+	  -DCMAKE_MODULE_LINKER_FLAGS="$$(dpkg-buildflags --get LDFLAGS)" >/dev/null
+	cmake --build --preset package -j $(JOBS)
+	rm -f build/package/*.deb
+	cd build/package && cpack -G DEB
+	lintian --fail-on error build/package/*.deb
 
 format:
 	clang-format -i $$(git ls-files '*.h' '*.cpp' '*.mm')

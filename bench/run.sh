@@ -19,7 +19,7 @@ min_time=${BENCH_MIN_TIME:-0.2}
 for program in bench_extraction bench_primitives bench_objects bench_strings bench_tables bench_storage; do
   exe="$build/bench/$program"
   if [[ ! -x $exe ]]; then
-    echo "run.sh: $exe is not built (cmake --preset release && cmake --build --preset release)" >&2
+    echo "run.sh: $exe is not built (make bench)" >&2
     exit 2
   fi
 done

@@ -10,7 +10,7 @@
 # (medians of five) and its growth in ms per MiB at 1, 10 and 100 MiB.
 #
 # Usage: bench/storage.sh [BUILD_DIR] [FOLDER]
-#   BUILD_DIR defaults to build/release (cmake --preset release builds bench_storage);
+#   BUILD_DIR defaults to build/release (make bench builds bench_storage there);
 #   FOLDER, where both write, defaults to $TMPDIR or /tmp: it should be on a real disk.
 #   ROUNDS=5
 set -euo pipefail
@@ -21,7 +21,7 @@ folder=${2:-${TMPDIR:-/tmp}}
 rounds=${ROUNDS:-5}
 exe="$build/bench/bench_storage"
 if [[ ! -x $exe ]]; then
-  echo "storage.sh: $exe is not built (cmake --preset release && cmake --build --preset release)" >&2
+  echo "storage.sh: $exe is not built (make bench)" >&2
   exit 2
 fi
 work=$(mktemp -d "$folder/et-storage-XXXXXX")
