@@ -2,12 +2,14 @@
 """GNOME's own thumbnail factory thumbnails our documents through our .thumbnailer file.
 
 Usage: gnome_factory_test.py TOOL SOURCE_DIR
+       gnome_factory_test.py --installed SOURCE_DIR
 
 The factory runs thumbnailers inside a bubblewrap sandbox that shows them only /usr and the
 system folders, with the input copied under /tmp: so the tool is installed for the test in a
 private folder under /usr/local (removed afterwards), and the .thumbnailer and MIME files go
 into a temporary XDG data folder. Exits 77 (skipped) when the factory or its sandbox cannot
-run here; that is never counted as a pass.
+run here; that is never counted as a pass. With --installed, the factory finds the tool, the
+.thumbnailer entry and the MIME type where a package put them: /usr/bin and /usr/share.
 """
 import os
 import shutil
@@ -51,42 +53,52 @@ def child(doc, selection, size):
         print("FAILURE-CASE recorded %s" % factory.has_valid_failed_thumbnail(suri, smtime))
 
 
+def install_privately(tool, source, private, data):
+    """The tool in a private folder under /usr/local, its .thumbnailer and MIME files in data."""
+    installed = os.path.join(private, "ember-tide")
+    shutil.copy2(tool, installed)
+    os.makedirs(os.path.join(data, "mime", "packages"))
+    os.makedirs(os.path.join(data, "thumbnailers"))
+    shutil.copy(os.path.join(source, "packaging/linux/ember-tide-mime.xml"),
+                os.path.join(data, "mime", "packages", "ember-tide.xml"))
+    subprocess.run(["update-mime-database", os.path.join(data, "mime")], check=True)
+    with open(os.path.join(source, "packaging/linux/ember-tide.thumbnailer")) as f:
+        entry = f.read().replace("Exec=ember-tide", "Exec=" + installed)
+        entry = entry.replace("TryExec=ember-tide", "TryExec=" + installed)
+    with open(os.path.join(data, "thumbnailers", "ember-tide.thumbnailer"), "w") as f:
+        f.write(entry)
+
+
 def main():
     if len(sys.argv) == 5 and sys.argv[1] == "--child":
         child(sys.argv[2], sys.argv[3], int(sys.argv[4]))
         return
     tool, source = sys.argv[1], sys.argv[2]
+    system = tool == "--installed"
     gi_repository(GnomeDesktop="3.0")
     if not shutil.which("bwrap"):
         skip("bubblewrap is not installed")
     if subprocess.run(["bwrap", "--ro-bind", "/", "/", "true"], capture_output=True).returncode != 0:
         skip("bubblewrap cannot create its sandbox on this machine")
-    if not os.access("/usr/local", os.W_OK):
+    if not system and not os.access("/usr/local", os.W_OK):
         skip("cannot install the tool under /usr/local (the sandbox shows only /usr)")
 
     work = tempfile.mkdtemp(prefix="et-desktop-")
-    private = tempfile.mkdtemp(prefix="et-desktop-test-", dir="/usr/local/lib")
+    private = None if system else tempfile.mkdtemp(prefix="et-desktop-test-", dir="/usr/local/lib")
     try:
-        installed = os.path.join(private, "ember-tide")
-        shutil.copy2(tool, installed)
         data = os.path.join(work, "data")
-        os.makedirs(os.path.join(data, "mime", "packages"))
-        os.makedirs(os.path.join(data, "thumbnailers"))
-        shutil.copy(os.path.join(source, "packaging/linux/ember-tide-mime.xml"),
-                    os.path.join(data, "mime", "packages", "ember-tide.xml"))
-        subprocess.run(["update-mime-database", os.path.join(data, "mime")], check=True)
-        with open(os.path.join(source, "packaging/linux/ember-tide.thumbnailer")) as f:
-            entry = f.read().replace("Exec=ember-tide", "Exec=" + installed)
-            entry = entry.replace("TryExec=ember-tide", "TryExec=" + installed)
-        with open(os.path.join(data, "thumbnailers", "ember-tide.thumbnailer"), "w") as f:
-            f.write(entry)
+        if system:
+            data_dirs = "/usr/share"
+        else:
+            data_dirs = data + ":/usr/share"
+            install_privately(tool, source, private, data)
         docs = os.path.join(work, "docs with space")
         os.makedirs(docs)
         doc = os.path.join(docs, "landscape.etd")
         selection = os.path.join(docs, "selection.etd")
         shutil.copy(os.path.join(source, "examples/landscape-v3-byte-system-record.etd"), doc)
         shutil.copy(os.path.join(source, "examples/selection-v2.etd"), selection)
-        env = dict(os.environ, XDG_DATA_DIRS=data + ":/usr/share", XDG_CACHE_HOME=os.path.join(work, "cache"),
+        env = dict(os.environ, XDG_DATA_DIRS=data_dirs, XDG_CACHE_HOME=os.path.join(work, "cache"),
                    HOME=os.path.join(work, "home"))
         os.makedirs(env["HOME"])
         out = subprocess.run([sys.executable, __file__, "--child", doc, selection, "256"], env=env,
@@ -116,7 +128,8 @@ def main():
         print("PASS: GNOME's factory made %dx%d through the sandbox and recorded the failure" % (width, height))
         return 0
     finally:
-        shutil.rmtree(private, ignore_errors=True)
+        if private:
+            shutil.rmtree(private, ignore_errors=True)
         shutil.rmtree(work, ignore_errors=True)
 
 
