@@ -13,11 +13,13 @@ set(ET_GZIPPED ${CMAKE_BINARY_DIR}/packaging)
 
 # Debian wants manual pages and changelogs compressed, without a time stamp in the gzip header
 # (-n), so that two builds of the same sources give the same bytes.
+# Both carry the version, filled in here.
 configure_file(${ET_PACKAGE_DIR}/changelog.in ${ET_GZIPPED}/changelog @ONLY)
+configure_file(${ET_PACKAGE_DIR}/ember-tide.1.in ${ET_GZIPPED}/ember-tide.1 @ONLY)
 add_custom_command(OUTPUT ${ET_GZIPPED}/ember-tide.1.gz ${ET_GZIPPED}/changelog.gz
-  COMMAND gzip -9n -c ${ET_PACKAGE_DIR}/ember-tide.1 > ${ET_GZIPPED}/ember-tide.1.gz
+  COMMAND gzip -9n -c ${ET_GZIPPED}/ember-tide.1 > ${ET_GZIPPED}/ember-tide.1.gz
   COMMAND gzip -9n -c ${ET_GZIPPED}/changelog > ${ET_GZIPPED}/changelog.gz
-  DEPENDS ${ET_PACKAGE_DIR}/ember-tide.1 ${ET_GZIPPED}/changelog VERBATIM)
+  DEPENDS ${ET_GZIPPED}/ember-tide.1 ${ET_GZIPPED}/changelog VERBATIM)
 add_custom_target(ember-tide-docs ALL DEPENDS ${ET_GZIPPED}/ember-tide.1.gz ${ET_GZIPPED}/changelog.gz)
 
 install(FILES ${ET_GZIPPED}/ember-tide.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)

@@ -35,6 +35,14 @@ type=$(content_type "$work/landscape")
 
 /usr/bin/python3 "$source_dir/tests/desktop/gnome_factory_test.py" --installed "$source_dir"
 
+# Every option that the installed tool's usage texts name is in its manual page.
+manual=$(zcat /usr/share/man/man1/ember-tide.1.gz | sed 's/\\-/-/g')
+for command in "" thumbnail cache info extract create convert; do
+  for option in $(/usr/bin/ember-tide $command --help | grep -oE -- '--[a-z-]+' | sort -u); do
+    grep -qe "$option" <<<"$manual" || fail "the manual page does not name ${command:-ember-tide} $option"
+  done
+done
+
 completions=$(bash -c 'source /usr/share/bash-completion/bash_completion
   source /usr/share/bash-completion/completions/ember-tide
   COMP_WORDS=(ember-tide cache --size ""); COMP_CWORD=3; COMP_LINE="ember-tide cache --size "
