@@ -7,7 +7,7 @@ set -euo pipefail
 build=${1:-build/release}
 size=${2:-256}
 tool="$build/ember-tide"
-out=build/demo
+out=${DEMO_OUT:-build/demo}
 mkdir -p "$out"
 
 # Width x height from a PNG's header: big-endian at bytes 16 and 20.

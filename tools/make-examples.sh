@@ -7,17 +7,19 @@
 set -euo pipefail
 build=${1:-build/dev}
 tool="$build/ember-tide"
+out=${EXAMPLES_OUT:-examples} # the tests make them elsewhere, to compare
+mkdir -p "$out"
 images=$(mktemp -d)
 trap 'rm -rf "$images"' EXIT
-rm -f examples/*.etd
-"$build/make-examples" "$images" examples
-"$tool" create --version 2.0 --store inline "$images/landscape.jpg" examples/landscape-v2-inline.etd
-"$tool" create --version 2.0 --store inline "$images/transparent.png" examples/transparent-v2-png.etd
-"$tool" create --version 2.0 --store record "$images/tall.jpg" examples/tall-v2-record.etd
-"$tool" create --version 3.0 --form long --store record "$images/landscape.jpg" examples/landscape-v3-long-record.etd
-"$tool" create --version 3.2 --form long --store system-record "$images/transparent.png" examples/transparent-v3-long-system-record.etd
-"$tool" create --version 3.2 --form byte --store inline "$images/transparent.png" examples/transparent-v3-byte-inline.etd
-"$tool" create --version 3.2 --form byte --store record "$images/tall.jpg" examples/tall-v3-byte-record.etd
-"$tool" create --version 3.2 --form byte --store system-record "$images/landscape.jpg" examples/landscape-v3-byte-system-record.etd
-"$tool" create --version 2.0 --selection "$images/landscape.jpg" examples/selection-v2.etd
-ls examples
+rm -f "$out"/*.etd
+"$build/make-examples" "$images" "$out"
+"$tool" create --version 2.0 --store inline "$images/landscape.jpg" "$out"/landscape-v2-inline.etd
+"$tool" create --version 2.0 --store inline "$images/transparent.png" "$out"/transparent-v2-png.etd
+"$tool" create --version 2.0 --store record "$images/tall.jpg" "$out"/tall-v2-record.etd
+"$tool" create --version 3.0 --form long --store record "$images/landscape.jpg" "$out"/landscape-v3-long-record.etd
+"$tool" create --version 3.2 --form long --store system-record "$images/transparent.png" "$out"/transparent-v3-long-system-record.etd
+"$tool" create --version 3.2 --form byte --store inline "$images/transparent.png" "$out"/transparent-v3-byte-inline.etd
+"$tool" create --version 3.2 --form byte --store record "$images/tall.jpg" "$out"/tall-v3-byte-record.etd
+"$tool" create --version 3.2 --form byte --store system-record "$images/landscape.jpg" "$out"/landscape-v3-byte-system-record.etd
+"$tool" create --version 2.0 --selection "$images/landscape.jpg" "$out"/selection-v2.etd
+ls "$out"
