@@ -1,21 +1,12 @@
 #!/usr/bin/env bash
-# syntax-check.sh - the Linux check of the macOS sources: syntax and types only.
-#
-# Compiles src/storage/GSURL_apple.mm, src/text/GSString_apple.mm and
-# src/thumbnail/ThumbnailProvider.mm with clang
-# (-fsyntax-only, ARC, blocks, the project's warnings as errors) against GNUstep's Foundation
-# headers and the declarations beside this script of the Apple-only frameworks (Core
-# Foundation, CoreGraphics, QuickLookThumbnailing) and of the few Foundation methods that
-# GNUstep lacks (Foundation/Foundation.h here adds them to GNUstep's). Then it proves that the
-# check can fail: it compiles copies of those files with one deliberate fault each (a wrong
-# selector, a wrong type, a missing bridged cast, ...) and expects every copy to be rejected.
-# Last, it generates the Apple branch of CMakeLists.txt with CMake's Darwin platform files and
-# checks the bundle descriptions in packaging/macos/ against each other, the sources and the
-# generated bundles.
-#
-# Installs nothing (`make deps-apple-check` does). Exits 0 with a "skipped: ..." line when
-# clang or the GNUstep headers are missing, non-zero when anything is rejected that should pass
-# or accepted that should fail.
+# syntax-check.sh - the Linux check of the macOS sources (src/*/*_apple.mm, ThumbnailProvider.mm):
+# syntax and types only, with clang (-fsyntax-only, ARC, blocks, our warnings as errors) against
+# GNUstep's Foundation and the declarations beside this script of what Apple's SDK has and GNUstep
+# lacks. It proves that it can fail by compiling copies with one deliberate fault each, which must
+# all be rejected; then it generates the Apple branch of CMakeLists.txt with CMake's Darwin
+# platform files and checks the bundle descriptions in packaging/macos/ (check_packaging.py).
+# Installs nothing (`make deps-apple-check` does); exits 0 with "skipped: ..." without clang or
+# GNUstep's headers.
 #
 # Debian's GNUstep is built on GCC's Objective-C runtime, whose headers need two shims before
 # clang accepts them under ARC: objc/blocks_runtime.h (kept here) and a copy of GCC's
@@ -26,20 +17,11 @@ set -euo pipefail
 
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
-clang=${CLANGXX:-clang++}
-gnustep=${GNUSTEP_INCLUDE:-/usr/include/GNUstep}
-
-if ! command -v "$clang" >/dev/null 2>&1; then
-  echo "skipped: $clang not found (make deps-apple-check installs clang)"
-  exit 0
-fi
-if [ ! -f "$gnustep/Foundation/Foundation.h" ]; then
-  echo "skipped: GNUstep's Foundation headers not found in $gnustep (make deps-apple-check installs libgnustep-base-dev)"
-  exit 0
-fi
+clang=$(command -v clang++) || { echo "skipped: clang++ not found"; exit 0; }
+gnustep=/usr/include/GNUstep
 gcc_runtime=$(find /usr/lib/gcc -path '*/include/objc/runtime.h' 2>/dev/null | sort -V | tail -n 1)
-if [ -z "$gcc_runtime" ]; then
-  echo "skipped: GCC's Objective-C runtime headers not found (they come with libgnustep-base-dev)"
+if [ ! -f "$gnustep/Foundation/Foundation.h" ] || [ -z "$gcc_runtime" ]; then
+  echo "skipped: GNUstep's Foundation or GCC's Objective-C runtime headers not found (libgnustep-base-dev)"
   exit 0
 fi
 gcc_include=$(dirname "$(dirname "$gcc_runtime")")
@@ -75,16 +57,15 @@ flags=(
 
 passed=0
 failed=0
-sources=(src/storage/GSURL_apple.mm src/text/GSString_apple.mm src/thumbnail/ThumbnailProvider.mm)
+pass() { echo "passed: $*"; passed=$((passed + 1)); }
+fail() { echo "FAILED: $*"; failed=$((failed + 1)); }
 
-for source in "${sources[@]}"; do
+for source in src/storage/GSURL_apple.mm src/text/GSString_apple.mm src/thumbnail/ThumbnailProvider.mm; do
   if "$clang" "${flags[@]}" "$root/$source" >"$tmp/out" 2>&1; then
-    echo "passed: $source"
-    passed=$((passed + 1))
+    pass "$source"
   else
-    echo "FAILED: $source"
+    fail "$source"
     cat "$tmp/out"
-    failed=$((failed + 1))
   fi
 done
 
@@ -94,14 +75,11 @@ expect_rejected() {
   local copy="$tmp/mutant-$(basename "$source")"
   sed -e "$edit" "$root/$source" >"$copy"
   if cmp -s "$copy" "$root/$source"; then
-    echo "FAILED: self-check '$description' no longer applies to $source (update $0)"
-    failed=$((failed + 1))
+    fail "self-check '$description' no longer applies to $source (update $0)"
   elif "$clang" "${flags[@]}" "$copy" >"$tmp/out" 2>&1; then
-    echo "FAILED: the check accepted $source with $description"
-    failed=$((failed + 1))
+    fail "the check accepted $source with $description"
   else
-    echo "rejected as it should be: $source with $description: $(grep -m1 'error:' "$tmp/out" | sed 's|.*error: ||')"
-    passed=$((passed + 1))
+    pass "rejected as it should be: $source with $description: $(grep -m1 'error:' "$tmp/out" | sed 's|.*error: ||')"
   fi
 }
 
@@ -125,46 +103,31 @@ expect_rejected $string "a GSString where the platform string belongs" 's/CFStri
 # The Apple branch of CMakeLists.txt, generated with CMake's Darwin platform files (no compiler
 # is run: the compiler checks are declared passed). This catches errors in the branch itself and
 # gives the bundles' filled-in Info.plists to the packaging check.
-generated=""
-if ! command -v cmake >/dev/null 2>&1; then
-  echo "skipped: generating the Apple build (cmake not found)"
+darwin=(
+  -DCMAKE_SYSTEM_NAME=Darwin -DET_BUILD_TESTS=OFF
+  -DCMAKE_C_COMPILER="$(command -v clang || echo cc)" -DCMAKE_CXX_COMPILER="$clang"
+  -DCMAKE_OBJCXX_COMPILER="$clang"
+  -DCMAKE_C_COMPILER_WORKS=1 -DCMAKE_CXX_COMPILER_WORKS=1 -DCMAKE_OBJCXX_COMPILER_WORKS=1
+  -DCMAKE_INSTALL_NAME_TOOL="$(type -P true)"
+)
+multiarch=$(gcc -print-multiarch 2>/dev/null || true)
+[ -z "$multiarch" ] || darwin+=(-DCMAKE_LIBRARY_ARCHITECTURE="$multiarch")
+link="$tmp/darwin/CMakeFiles/EmberTideThumbnailExtension.dir/link.txt"
+packaging=("$root")
+if ! cmake -S "$root" -B "$tmp/darwin" -G "Unix Makefiles" "${darwin[@]}" >"$tmp/out" 2>&1; then
+  fail "the Apple branch of CMakeLists.txt does not generate"
+  tail -n 20 "$tmp/out"
+elif ! grep -q -- '-Wl,-e,_NSExtensionMain' "$link" || ! grep -q -- '-fapplication-extension' "$link" ||
+     ! grep -q -- '-framework QuickLookThumbnailing' "$link"; then
+  fail "the extension is not linked as an app extension: $(cat "$link")"
 else
-  clang_c=$(command -v "${CLANG:-clang}" || true)
-  darwin=(
-    -DCMAKE_SYSTEM_NAME=Darwin -DET_BUILD_TESTS=OFF
-    -DCMAKE_C_COMPILER="${clang_c:-cc}" -DCMAKE_CXX_COMPILER="$(command -v "$clang")"
-    -DCMAKE_OBJCXX_COMPILER="$(command -v "$clang")"
-    -DCMAKE_C_COMPILER_WORKS=1 -DCMAKE_CXX_COMPILER_WORKS=1 -DCMAKE_OBJCXX_COMPILER_WORKS=1
-    -DCMAKE_INSTALL_NAME_TOOL="$(type -P true)"
-  )
-  multiarch=$(gcc -print-multiarch 2>/dev/null || true)
-  [ -z "$multiarch" ] || darwin+=(-DCMAKE_LIBRARY_ARCHITECTURE="$multiarch")
-  link="$tmp/darwin/CMakeFiles/EmberTideThumbnailExtension.dir/link.txt"
-  if ! cmake -S "$root" -B "$tmp/darwin" -G "Unix Makefiles" "${darwin[@]}" >"$tmp/out" 2>&1; then
-    echo "FAILED: the Apple branch of CMakeLists.txt does not generate"
-    tail -n 20 "$tmp/out"
-    failed=$((failed + 1))
-  elif ! grep -q -- '-Wl,-e,_NSExtensionMain' "$link" || ! grep -q -- '-fapplication-extension' "$link" ||
-       ! grep -q -- '-framework QuickLookThumbnailing' "$link"; then
-    echo "FAILED: the extension is not linked as an app extension: $(cat "$link")"
-    failed=$((failed + 1))
-  else
-    echo "passed: the Apple branch of CMakeLists.txt generates the extension and its host"
-    passed=$((passed + 1))
-    generated="$tmp/darwin"
-  fi
+  pass "the Apple branch of CMakeLists.txt generates the extension and its host"
+  packaging+=("$tmp/darwin")
 fi
-
-if command -v python3 >/dev/null 2>&1; then
-  packaging=("$root")
-  [ -z "$generated" ] || packaging+=("$generated")
-  if python3 "$here/check_packaging.py" "${packaging[@]}"; then
-    passed=$((passed + 1))
-  else
-    failed=$((failed + 1))
-  fi
+if python3 "$here/check_packaging.py" "${packaging[@]}"; then
+  passed=$((passed + 1))
 else
-  echo "skipped: the packaging check (python3 not found)"
+  failed=$((failed + 1))
 fi
 
 echo "apple-syntax-check: $passed passed, $failed failed"

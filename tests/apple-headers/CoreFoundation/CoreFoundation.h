@@ -2,9 +2,7 @@
 // declares them, for the Linux syntax check only (syntax-check.sh). Never used by a build.
 #pragma once
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 typedef unsigned char UInt8;
 typedef unsigned int UInt32;
@@ -19,12 +17,7 @@ typedef UInt32 CFStringEncoding;
 enum CFStringBuiltInEncodings : CFStringEncoding {
     kCFStringEncodingMacRoman = 0,
     kCFStringEncodingWindowsLatin1 = 0x0500,
-    kCFStringEncodingISOLatin1 = 0x0201,
-    kCFStringEncodingNextStepLatin = 0x0B01,
-    kCFStringEncodingASCII = 0x0600,
-    kCFStringEncodingUnicode = 0x0100,
     kCFStringEncodingUTF8 = 0x08000100,
-    kCFStringEncodingNonLossyASCII = 0x0BFF,
 };
 
 extern const CFAllocatorRef kCFAllocatorDefault;
@@ -38,7 +31,4 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef alloc, const UInt8* bytes, CF
 CFIndex CFStringGetLength(CFStringRef theString);
 Boolean CFStringGetCString(CFStringRef theString, char* buffer, CFIndex bufferSize,
                            CFStringEncoding encoding);
-
-#ifdef __cplusplus
 }
-#endif

@@ -5,13 +5,10 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 
-#include <stdbool.h>
 #include <stddef.h>
 #include <stdint.h>
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 typedef double CGFloat; // the same type GNUstep's Foundation gives it
 
@@ -54,21 +51,9 @@ typedef struct CGImage* CGImageRef;
 typedef struct CGDataProvider* CGDataProviderRef;
 
 // A fixed-type enumeration, as the SDK's CF_ENUM makes it: in C++ a plain int does not convert.
-#ifdef __cplusplus
 enum CGColorRenderingIntent : int32_t {
-#else
-typedef int32_t CGColorRenderingIntent;
-enum {
-#endif
-    kCGRenderingIntentDefault,
-    kCGRenderingIntentAbsoluteColorimetric,
-    kCGRenderingIntentRelativeColorimetric,
-    kCGRenderingIntentPerceptual,
-    kCGRenderingIntentSaturation
+    kCGRenderingIntentPerceptual = 3,
 };
-#ifdef __cplusplus
-typedef enum CGColorRenderingIntent CGColorRenderingIntent;
-#endif
 
 CGDataProviderRef CGDataProviderCreateWithCFData(CFDataRef data);
 CGImageRef CGImageCreateWithJPEGDataProvider(CGDataProviderRef source, const CGFloat* decode,
@@ -78,7 +63,4 @@ CGImageRef CGImageCreateWithPNGDataProvider(CGDataProviderRef source, const CGFl
 size_t CGImageGetWidth(CGImageRef image);
 size_t CGImageGetHeight(CGImageRef image);
 void CGContextDrawImage(CGContextRef c, CGRect rect, CGImageRef image);
-
-#ifdef __cplusplus
 }
-#endif

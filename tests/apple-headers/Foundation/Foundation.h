@@ -8,7 +8,6 @@
 
 // NSFileManager.h
 typedef NS_OPTIONS(NSUInteger, NSFileManagerItemReplacementOptions) {
-    NSFileManagerItemReplacementUsingNewMetadataOnly = 1UL << 0,
     NSFileManagerItemReplacementWithoutDeletingBackupItem = 1UL << 1,
 };
 

@@ -10,7 +10,6 @@ NS_ASSUME_NONNULL_BEGIN
 
 @interface QLFileThumbnailRequest : NSObject
 @property(nonatomic, readonly) CGSize maximumSize;
-@property(nonatomic, readonly) CGSize minimumSize;
 @property(nonatomic, readonly) CGFloat scale;
 @property(nonatomic, copy, readonly) NSURL* fileURL;
 @end
@@ -18,10 +17,6 @@ NS_ASSUME_NONNULL_BEGIN
 @interface QLThumbnailReply : NSObject
 + (instancetype)replyWithContextSize:(CGSize)contextSize
                         drawingBlock:(BOOL (^)(CGContextRef context))drawingBlock;
-+ (instancetype)replyWithContextSize:(CGSize)contextSize
-          currentContextDrawingBlock:(BOOL (^)(void))drawingBlock;
-+ (instancetype)replyWithImageFileURL:(NSURL*)fileURL;
-@property(nonatomic, copy, nullable) NSString* extensionBadge;
 @end
 
 @interface QLThumbnailProvider : NSObject

@@ -3,13 +3,8 @@
 // for the Linux syntax check only (syntax-check.sh).
 #pragma once
 
-#ifdef __cplusplus
 extern "C" {
-#endif
 
 void* _Block_copy(const void* block);
 void _Block_release(const void* block);
-
-#ifdef __cplusplus
 }
-#endif
