@@ -12,9 +12,7 @@ import shutil
 import sys
 import tempfile
 
-from desktop_support import gi_repository, install, skip
-
-DOC, SEL = "application/x-ember-tide-document", "application/x-ember-tide-selection"
+from desktop_support import MIME, check, gi_repository, install, skip, verdict
 
 
 def main():
@@ -22,30 +20,20 @@ def main():
     if not shutil.which("update-mime-database"):
         skip("update-mime-database is not installed (shared-mime-info)")
     Gio = gi_repository(Gio="2.0").Gio
-    work = tempfile.mkdtemp(prefix="et-install-")
-    try:
-        install(cmake, build, os.path.join(work, "prefix"))
+    head = lambda sample: open(os.path.join(source, "examples", sample), "rb").read(4096)  # noqa: E731
+    with tempfile.TemporaryDirectory(prefix="et-install-") as work:
+        install(cmake, build, work + "/prefix")
         # GIO reads the data folders at its first question, so they are set before it is asked.
-        os.environ.update(XDG_DATA_DIRS=os.path.join(work, "prefix", "share"), XDG_DATA_HOME=work)
-
-        def head(sample):
-            with open(os.path.join(source, "examples", sample), "rb") as f:
-                return f.read(4096)
-
-        rows = [  # name, the file's name, the bytes GIO may sniff (None: the name alone), type
-            ("by name", "landscape.etd", None, DOC),
-            ("by content", "landscape", head("landscape-v3-byte-system-record.etd"), DOC),
-            ("a selection by content", "selection", head("selection-v2.etd"), SEL),
-            ("our words in a text", "notes", b"Ember Tide Document notes\n", "text/plain"),
-        ]
-        failed = 0
-        for name, file_name, data, expected in rows:
+        os.environ.update(XDG_DATA_DIRS=work + "/prefix/share", XDG_DATA_HOME=work)
+        for name, file_name, data, expected in [  # the file's name, the bytes GIO may sniff, its type
+                ("by name", "landscape.etd", None, MIME),
+                ("by content", "landscape", head("landscape-v3-byte-system-record.etd"), MIME),
+                ("a selection by content", "selection", head("selection-v2.etd"),
+                 "application/x-ember-tide-selection"),
+                ("our words in a text", "notes", b"Ember Tide Document notes\n", "text/plain")]:
             got = Gio.content_type_guess(file_name, data)[0]
-            print("%s%s: %s -> %s, expected %s" % ("FAIL: " * (got != expected), name, file_name, got, expected))
-            failed += got != expected
-        return 1 if failed else 0
-    finally:
-        shutil.rmtree(work, ignore_errors=True)
+            check(got == expected, "%s: %s -> %s, expected %s" % (name, file_name, got, expected))
+    return verdict("GIO types our documents by name and by content")
 
 
 if __name__ == "__main__":

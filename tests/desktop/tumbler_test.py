@@ -11,15 +11,15 @@ cache` wrote must be used as they are, byte for byte.
 Skipped (77) without tumbler, dbus or python3-gi.
 """
 import glob
-import hashlib
 import os
+import pathlib
 import shutil
 import subprocess
 import sys
 import tempfile
 import time
 
-from desktop_support import gi_repository, install, skip
+from desktop_support import check, entry, gi_repository, install, skip, verdict
 
 BUS, OBJECT = "org.freedesktop.thumbnails.Thumbnailer1", "/org/freedesktop/thumbnails/Thumbnailer1"
 FLAVORS = {"normal": 128, "large": 256}
@@ -27,7 +27,7 @@ TUMBLERD = "/usr/lib/*/tumbler-1/tumblerd"
 
 
 def session(cmake, build, source, work):
-    """Runs on the private bus and returns the failures."""
+    """Runs on the private bus."""
     repo = gi_repository(GdkPixbuf="2.0", Gio="2.0")
     GdkPixbuf, Gio, GLib = repo.GdkPixbuf, repo.Gio, repo.GLib
     prefix, cache = work + "/prefix", work + "/cache"
@@ -48,19 +48,14 @@ def session(cmake, build, source, work):
     for flavor in FLAVORS:
         subprocess.run([tool, "cache", "--size", flavor, cached], check=True)
 
-    def entry(doc, flavor):
-        uri = GLib.filename_to_uri(doc, None)
-        return "%s/thumbnails/%s/%s.png" % (cache, flavor, hashlib.md5(uri.encode()).hexdigest())
-
     def read(path):  # None when missing: tumbler deletes the entries of files it cannot thumbnail
-        if os.path.exists(path):
-            with open(path, "rb") as f:
-                return f.read()
+        return pathlib.Path(path).read_bytes() if os.path.exists(path) else None
 
     def rgba(pixbuf):  # tumbler stores RGBA, our opaque pictures are RGB
         return pixbuf.get_width(), pixbuf.get_height(), pixbuf.add_alpha(0, 0, 0, 0).read_pixel_bytes().get_data()
 
-    before = {flavor: read(entry(cached, flavor)) for flavor in FLAVORS}
+    cached_uri = GLib.filename_to_uri(cached, None)
+    before = {flavor: read(entry(cache, flavor, cached_uri)) for flavor in FLAVORS}
     tumblerd = subprocess.Popen(glob.glob(TUMBLERD)[:1])
     try:
         bus, signals, deadline = Gio.bus_get_sync(Gio.BusType.SESSION), [], time.monotonic() + 60
@@ -74,9 +69,9 @@ def session(cmake, build, source, work):
                 GLib.MainContext.default().iteration(False) or time.sleep(0.01)
             return done()
 
-        if not wait(lambda: call("org.freedesktop.DBus", "/org/freedesktop/DBus", "NameHasOwner", "(s)", (BUS,))):
-            return ["tumblerd never took its bus name"]
-        failures = []
+        if not check(wait(lambda: call("org.freedesktop.DBus", "/org/freedesktop/DBus", "NameHasOwner", "(s)",
+                                       (BUS,))), "tumblerd never took its bus name"):
+            return
         for doc in (fresh, cached):
             uri, mtime = GLib.filename_to_uri(doc, None), str(os.stat(doc).st_mtime_ns // 10**9)
             mime = Gio.File.new_for_path(doc).query_info("standard::content-type", 0, None).get_content_type()
@@ -87,20 +82,17 @@ def session(cmake, build, source, work):
                 subprocess.run([tool, "thumbnail", "-s", str(pixels), doc, work + "/ours.png"], check=True)
                 ours = GdkPixbuf.Pixbuf.new_from_file(work + "/ours.png")
                 ready = answers == [("Ready", (handle, [uri]))]
-                got = ready and GdkPixbuf.Pixbuf.new_from_file(entry(doc, flavor))
+                got = ready and GdkPixbuf.Pixbuf.new_from_file(entry(cache, flavor, uri))
                 print("%s %s (%s): %s, stored %s" % (
                     uri, flavor, mime, answers, got and "%dx%d" % (got.get_width(), got.get_height())))
-                for ok, what in [
-                        (got, "tumbler answered %s" % answers),
-                        # Made again (tumbler's own copy) or deleted, it would differ.
-                        (doc == fresh or read(entry(doc, flavor)) == before[flavor], "the entry was changed"),
-                        (not got or rgba(got) == rgba(ours), "another picture than ours at %d" % pixels),
-                        (not got or (got.get_option("tEXt::Thumb::URI"),
-                                     got.get_option("tEXt::Thumb::MTime").split(".")[0]) == (uri, mtime),
-                         "Thumb::URI or Thumb::MTime")]:
-                    if not ok:
-                        failures.append("%s %s: %s" % (doc, flavor, what))
-        return failures
+                where = "%s %s: " % (doc, flavor)
+                check(got, where + "tumbler answered %s" % answers)
+                # Made again (tumbler's own copy) or deleted, it would differ.
+                check(doc == fresh or read(entry(cache, flavor, uri)) == before[flavor], where + "entry changed")
+                check(not got or rgba(got) == rgba(ours), where + "another picture than ours at %d" % pixels)
+                check(not got or (got.get_option("tEXt::Thumb::URI"),
+                                  got.get_option("tEXt::Thumb::MTime").split(".")[0]) == (uri, mtime),
+                      where + "Thumb::URI or Thumb::MTime")
     finally:
         tumblerd.terminate()
         tumblerd.wait()
@@ -108,13 +100,9 @@ def session(cmake, build, source, work):
 
 def main():
     if os.environ.get("ET_TUMBLER_SESSION"):  # the second run, on the private bus
-        work = tempfile.mkdtemp(prefix="et-tumbler-")
-        try:
-            failures = session(*sys.argv[1:4], work)
-        finally:
-            shutil.rmtree(work, ignore_errors=True)
-        print("\n".join("FAIL: " + f for f in failures) or "PASS: tumbler showed our pictures and used our cache")
-        return 1 if failures else 0
+        with tempfile.TemporaryDirectory(prefix="et-tumbler-") as work:
+            session(*sys.argv[1:4], work)
+        return verdict("tumbler showed our pictures and used our cache")
     if not shutil.which("dbus-run-session") or not glob.glob(TUMBLERD):
         skip("tumbler's tumblerd or dbus-run-session (dbus) is not installed")
     gi_repository(GdkPixbuf="2.0", Gio="2.0")
