@@ -199,7 +199,7 @@ TEST(Primitives, PathHelpers) {
     for (const auto& [path, name, extender, changed] : cases) {
         GSString renamed(path);
         GSFile::changeFileExtender(&renamed, ".png");
-        EXPECT_EQ(file_test::str(GSFile::getFilename(path)) + " " +
+        EXPECT_EQ(text(GSFile::getFilename(path)) + " " +
                       std::to_string(GSFile::_getExtender(path)) + " " + renamed.getConstAddr(),
                   std::string(name) + " " + extender + " " + changed);
     }

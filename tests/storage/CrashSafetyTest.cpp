@@ -54,7 +54,7 @@ TEST(CrashSafety, AKilledSaveLeavesTheOldOrTheNewDocument) {
         Clock::time_point start = Clock::now();
         ASSERT_EQ(saveAndKill(target, 1, docs[i % 2], Clock::duration(-1)), 0);
         times[i] = Clock::now() - start;
-        ASSERT_TRUE(slurp(target) == docs[i % 2]);
+        ASSERT_TRUE(readFile(target) == docs[i % 2]);
     }
     std::sort(times, times + 3);
 
@@ -72,14 +72,14 @@ TEST(CrashSafety, AKilledSaveLeavesTheOldOrTheNewDocument) {
         int status = saveAndKill(target, mode, docs[saved], delay);
         kills += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
         std::string where = "run " + std::to_string(i) + ", mode " + std::to_string(mode);
-        Bytes now = slurp(target);
+        Bytes now = readFile(target);
         ASSERT_TRUE(now == docs[0] || now == docs[1]) << where << ": a missing or torn target";
         keptOld += now == docs[inPlace];
         tookNew += now == docs[saved];
         for (const std::string& name : listing(tmp.root())) {
             if (name == "doc.etd") continue;
             if (mode == 3 && name == "doc~.etd")
-                EXPECT_TRUE(slurp(tmp.path(name)) == docs[inPlace]) << where << ": torn backup";
+                EXPECT_TRUE(readFile(tmp.path(name)) == docs[inPlace]) << where << ": torn backup";
             else
                 ASSERT_TRUE(isTemporaryName(name, ".etd")) << where << ": left behind: " << name;
             std::remove(tmp.path(name).c_str());

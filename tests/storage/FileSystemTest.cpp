@@ -21,22 +21,16 @@ namespace {
 // Holds a URL made from a path or URL string; empty when none was made.
 GSIdPointer url(const std::string& path, short isDirectory = 0, short resolveFolder = 0) {
     GSIdPointer held;
-    held = GSURLCreateWithFilePath(gs(path), isDirectory, resolveFolder);
+    held = GSURLCreateWithFilePath(bytes(path), isDirectory, resolveFolder);
     return held;
 }
 
 std::string pathOf(const GSIdPointer& held) {
-    return str(GSURLGetPathname(held.get()));
+    return text(GSURLGetPathname(held.get()));
 }
 
 bool same(const GSIdPointer& a, const GSIdPointer& b) {
     return GSURLIsEqual(a.get(), b.get()) == 1;
-}
-
-// The temporary folder's real path: the layer resolves links, and the expected paths must agree.
-std::string realRoot(const TempFolder& folder) {
-    char buffer[PATH_MAX];
-    return ::realpath(folder.root().c_str(), buffer) ? buffer : folder.root();
 }
 
 std::string describe(const GSDate& d) {
@@ -73,7 +67,7 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
     EXPECT_FALSE(same(url("/tmp/x"), url("/tmp/x", 1)));
     EXPECT_TRUE(same(url("file:///tmp/x/"), url("/tmp//x", 1)));
     GSIdPointer file = url("/a/b/c.txt"), parent, deleted, appended, root = url("/"), top;
-    EXPECT_EQ(str(GSURLGetLastPathComponent(file.get())), "c.txt");
+    EXPECT_EQ(text(GSURLGetLastPathComponent(file.get())), "c.txt");
     parent = GSURLCreateParentURL(file.get());
     deleted = GSURLCreateByDeletingLastPathComponent(file.get());
     EXPECT_TRUE(same(parent, url("/a/b", 1)) && same(deleted, parent)) << pathOf(parent);
@@ -85,7 +79,7 @@ TEST(FileSystem, URLsFromPathsAndStrings) {
     top = GSURLCreateParentURL(url("/a").get());
     EXPECT_EQ(GSURLIsRoot(root.get()) + GSURLIsRoot(top.get()) + GSURLIsRoot(parent.get()), 2);
     EXPECT_EQ(GSURLCreateParentURL(root.get()), nullptr);
-    EXPECT_EQ(str(GSURLGetLastPathComponent(root.get())) + pathOf(root), "/");
+    EXPECT_EQ(text(GSURLGetLastPathComponent(root.get())) + pathOf(root), "/");
 
     // A handle of another kind is no URL, and counting leaves it alone.
     unsigned foreign[4] = {7, 0, 0, 0};
@@ -125,7 +119,7 @@ TEST(FileSystem, HandlesCountTheirReferences) {
 
 TEST(FileSystem, FileStates) {
     TempFolder tmp;
-    const std::string root = realRoot(tmp), plain = root + "/plain.txt";
+    const std::string root = tmp.root(), plain = root + "/plain.txt";
     ASSERT_TRUE(makeItems(
         root, {"plain.txt=12345", ".hidden=", "folder/", "link->folder", "dangling->missing"}));
 
@@ -169,7 +163,7 @@ TEST(FileSystem, FileStates) {
 // was. A locked item still takes new dates through the layer, but refuses removal.
 TEST(FileSystem, SettingStatesAndLocking) {
     TempFolder tmp;
-    const std::string path = realRoot(tmp) + "/dated.txt";
+    const std::string path = tmp.root() + "/dated.txt";
     writeText(path, "x");
     Unlock unlock{path};
     GSIdPointer item = url(path);
@@ -178,7 +172,7 @@ TEST(FileSystem, SettingStatesAndLocking) {
     state.modificationDate = GSDate(3, 2, 2001, 4, 5, 6, 789);
     state.flags |= GSFileState::kHidden; // the name decides; not an error
     GSString detail;
-    ASSERT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << str(detail);
+    ASSERT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << text(detail);
     struct stat facts;
     ASSERT_EQ(::stat(path.c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mtim.tv_sec * 1000 + facts.st_mtim.tv_nsec / 1000000, 981173106789);
@@ -191,7 +185,7 @@ TEST(FileSystem, SettingStatesAndLocking) {
         state.accessDate = GSDate(29, 2, 2024, 12, 0, 0, 500);
         state.modificationDate = date;
         if (GSURLSetFileState(item.get(), state, &detail) != 0)
-            GTEST_SKIP() << "the immutable attribute cannot be set here: " << str(detail);
+            GTEST_SKIP() << "the immutable attribute cannot be set here: " << text(detail);
         after = stateOf(path);
         EXPECT_EQ(after.flags, GSFileState::kLocked);
         EXPECT_EQ(describe(after.accessDate), "2024-02-29 12:00:00.500");
@@ -199,16 +193,16 @@ TEST(FileSystem, SettingStatesAndLocking) {
     EXPECT_EQ(describe(after.modificationDate), "2010-06-02 10:00:00.000");
     EXPECT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << "already locked";
     EXPECT_EQ(GSURLRemove(item.get(), &detail), 1);
-    EXPECT_EQ(str(detail), path + ": Operation not permitted");
+    EXPECT_EQ(text(detail), path + ": Operation not permitted");
     state.flags &= ~GSFileState::kLocked;
-    ASSERT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << str(detail);
-    EXPECT_EQ(GSURLRemove(item.get(), &detail), 0) << str(detail);
+    ASSERT_EQ(GSURLSetFileState(item.get(), state, &detail), 0) << text(detail);
+    EXPECT_EQ(GSURLRemove(item.get(), &detail), 0) << text(detail);
     EXPECT_EQ(GSURLSetFileState(item.get(), state, &detail), 1) << "no item";
 }
 
 TEST(FileSystem, LinksResolved) {
     TempFolder tmp;
-    const std::string root = realRoot(tmp), file = root + "/real/file.txt";
+    const std::string root = tmp.root(), file = root + "/real/file.txt";
     ASSERT_TRUE(makeItems(root, {"real/", "real/file.txt=content", "folderlink->real",
                                  "filelink->real/file.txt", "chain->filelink",
                                  "real/updown->../real/./file.txt", "loop1->loop2", "loop2->loop1",
@@ -252,32 +246,32 @@ protected:
 // and either deletes the old content or leaves it under the new file's former name.
 TEST_P(Replacing, MovesExchangesAndReplacements) {
     TempFolder tmp;
-    const std::string root = realRoot(tmp);
+    const std::string root = tmp.root();
     GSString detail;
     EXPECT_EQ(GSFileSpec().remove(&detail), 1) << "a spec without a URL";
     ASSERT_TRUE(
         makeItems(root, {"a.txt=a", "b.txt=b", ".hidden.cfg=old", "fresh.cfg=new", "dir/"}));
-    GSFileSpec spec(gs(root + "/a.txt")), folder(gs(root + "/dir"));
-    EXPECT_EQ(spec.rename(gs("b.txt"), &detail), 1);
-    EXPECT_EQ(str(detail), root + "/b.txt: File exists");
-    EXPECT_EQ(folder.rename(gs("b.txt"), &detail), 1) << "a folder onto a file";
-    EXPECT_EQ(GSFileSpec(gs(root + "/absent")).rename(gs("x"), &detail), 1);
-    EXPECT_EQ(str(detail), root + "/absent: No such file or directory");
-    EXPECT_EQ(str(spec.getPathname(GSFullPath)), root + "/a.txt")
+    GSFileSpec spec(bytes(root + "/a.txt")), folder(bytes(root + "/dir"));
+    EXPECT_EQ(spec.rename(bytes("b.txt"), &detail), 1);
+    EXPECT_EQ(text(detail), root + "/b.txt: File exists");
+    EXPECT_EQ(folder.rename(bytes("b.txt"), &detail), 1) << "a folder onto a file";
+    EXPECT_EQ(GSFileSpec(bytes(root + "/absent")).rename(bytes("x"), &detail), 1);
+    EXPECT_EQ(text(detail), root + "/absent: No such file or directory");
+    EXPECT_EQ(text(spec.getPathname(GSFullPath)), root + "/a.txt")
         << "a failed rename leaves the spec";
-    ASSERT_EQ(spec.rename(gs("c.txt"), &detail) + folder.rename(gs("moved"), &detail), 0);
-    EXPECT_EQ(str(spec.getPathname(GSFullPath)), root + "/c.txt") << "the spec follows the item";
+    ASSERT_EQ(spec.rename(bytes("c.txt"), &detail) + folder.rename(bytes("moved"), &detail), 0);
+    EXPECT_EQ(text(spec.getPathname(GSFullPath)), root + "/c.txt") << "the spec follows the item";
     ASSERT_EQ(spec.remove(&detail), 0);
     EXPECT_EQ(spec.remove(&detail), 1) << "nothing left to remove";
 
-    GSFileSpec fresh(gs(root + "/fresh.cfg")), hidden(gs(root + "/.hidden.cfg"));
-    ASSERT_EQ(fresh.exchangeWith(hidden, 0, &detail), 0) << str(detail);
+    GSFileSpec fresh(bytes(root + "/fresh.cfg")), hidden(bytes(root + "/.hidden.cfg"));
+    ASSERT_EQ(fresh.exchangeWith(hidden, 0, &detail), 0) << text(detail);
     EXPECT_EQ(readText(root + "/.hidden.cfg") + readText(root + "/fresh.cfg"), "newold");
-    ASSERT_EQ(fresh.exchangeWith(hidden, 1, &detail), 0) << str(detail);
+    ASSERT_EQ(fresh.exchangeWith(hidden, 1, &detail), 0) << text(detail);
     EXPECT_EQ(readText(root + "/.hidden.cfg"), "old");
     EXPECT_EQ(listing(root), (std::set<std::string>{".hidden.cfg", "b.txt", "moved"}));
     writeText(root + "/fresh.cfg", "new");
-    EXPECT_EQ(fresh.exchangeWith(GSFileSpec(gs(root + "/missing")), 0, &detail), 1);
+    EXPECT_EQ(fresh.exchangeWith(GSFileSpec(bytes(root + "/missing")), 0, &detail), 1);
     EXPECT_EQ(listing(root), (std::set<std::string>{".hidden.cfg", "b.txt", "fresh.cfg", "moved"}))
         << "a failed exchange moves nothing";
 
@@ -289,10 +283,10 @@ TEST_P(Replacing, MovesExchangesAndReplacements) {
     GSIdPointer target = url(root + "/doc.txt"), other = url(root + "/.tmpnew");
     EXPECT_EQ(GSURLReplaceWithURL(target.get(), url(root + "/.absent").get(), GSString(), &detail),
               1);
-    EXPECT_EQ(str(detail), root + "/.absent: No such file or directory");
+    EXPECT_EQ(text(detail), root + "/.absent: No such file or directory");
     EXPECT_EQ(GSURLReplaceWithURL(url(root + "/gone").get(), other.get(), GSString(), &detail), 1);
-    EXPECT_EQ(GSURLReplaceWithURL(target.get(), other.get(), gs("a/b"), &detail), 1);
-    ASSERT_EQ(GSURLReplaceWithURL(target.get(), other.get(), gs(".tmpold"), &detail), 0);
+    EXPECT_EQ(GSURLReplaceWithURL(target.get(), other.get(), bytes("a/b"), &detail), 1);
+    ASSERT_EQ(GSURLReplaceWithURL(target.get(), other.get(), bytes(".tmpold"), &detail), 0);
     EXPECT_EQ(readText(root + "/doc.txt") + readText(root + "/.tmpold"), "newold");
     struct stat facts;
     ASSERT_EQ(::stat((root + "/doc.txt").c_str(), &facts), 0);
@@ -300,7 +294,8 @@ TEST_P(Replacing, MovesExchangesAndReplacements) {
 
     GSIdPointer bundle = url(root + "/bundle");
     ASSERT_EQ(
-        GSURLReplaceWithURL(bundle.get(), url(root + "/.tmpb1").get(), gs("bundle~"), &detail), 0);
+        GSURLReplaceWithURL(bundle.get(), url(root + "/.tmpb1").get(), bytes("bundle~"), &detail),
+        0);
     ASSERT_EQ(GSURLReplaceWithURL(bundle.get(), url(root + "/.tmpb2").get(), GSString(), &detail),
               0);
     EXPECT_EQ(readText(root + "/bundle/in") + readText(root + "/bundle~/in"), "31");
@@ -312,7 +307,7 @@ TEST_P(Replacing, MovesExchangesAndReplacements) {
 // A reader that opens the target over and over never finds the name empty or a file half made.
 TEST_P(Replacing, TheTargetNameNeverGoesMissing) {
     TempFolder tmp;
-    const std::string root = realRoot(tmp), target = root + "/watched.txt";
+    const std::string root = tmp.root(), target = root + "/watched.txt";
     writeText(target, "version 0");
     std::atomic<bool> done{false};
     std::atomic<int> bad{0}, reads{0};
@@ -328,7 +323,7 @@ TEST_P(Replacing, TheTargetNameNeverGoesMissing) {
         std::string next = root + "/.tmp" + std::to_string(i);
         writeText(next, "version " + std::to_string(i));
         failures += GSURLReplaceWithURL(targetURL.get(), url(next).get(),
-                                        gs(i % 2 ? ".tmpbackup" : ""), nullptr);
+                                        bytes(i % 2 ? ".tmpbackup" : ""), nullptr);
     }
     done = true;
     reader.join();
@@ -347,7 +342,7 @@ INSTANTIATE_TEST_SUITE_P(FileSystem, Replacing, ::testing::Values(true, false),
 // the failure and the rest of its folder stays.
 TEST(FileSystem, RemovingFoldersWithContents) {
     TempFolder tmp;
-    const std::string root = realRoot(tmp);
+    const std::string root = tmp.root();
     std::string deep = "tree";
     for (int i = 0; i < 20; ++i, deep += "/level")
         ASSERT_TRUE(makeItems(root, {deep + "/", deep + "/.hidden=x"}));
@@ -356,7 +351,7 @@ TEST(FileSystem, RemovingFoldersWithContents) {
                                  "shut/", "shut/inner/", "shut/inner/file=x"}));
     ASSERT_EQ(::mkfifo((root + "/tree/fifo").c_str(), 0600), 0);
     GSString detail;
-    EXPECT_EQ(GSURLRemove(url(root + "/tree").get(), &detail), 0) << str(detail);
+    EXPECT_EQ(GSURLRemove(url(root + "/tree").get(), &detail), 0) << text(detail);
     EXPECT_EQ(listing(root), (std::set<std::string>{"outside", "shut"}));
     EXPECT_EQ(readText(root + "/outside/precious"), "keep");
 
@@ -364,5 +359,5 @@ TEST(FileSystem, RemovingFoldersWithContents) {
     Unlock unlock{locked};
     if (!setImmutable(locked, true)) GTEST_SKIP() << "the immutable attribute cannot be set here";
     EXPECT_EQ(GSURLRemove(url(root + "/shut").get(), &detail), 1);
-    EXPECT_EQ(str(detail) + " " + readText(locked), locked + ": Operation not permitted x");
+    EXPECT_EQ(text(detail) + " " + readText(locked), locked + ": Operation not permitted x");
 }

@@ -2,8 +2,6 @@
 // targets, and I/O failures injected at every step.
 #include "SaveTestSupport.h"
 #include "fileformat/GSFormatNumbers.h"
-#include "objects/GSObjectRef.h"
-#include "storage/GSFileWorkerStream.h"
 #include "storage/GSFileWorkerStreamIO.h"
 
 #include <gtest/gtest.h>
@@ -12,15 +10,6 @@ using namespace testing_support;
 using namespace save_test;
 
 namespace {
-
-GSObjectRef<GSFileWorkerStream> streamWorker(const std::string& path, const char* mode,
-                                             unsigned safety) {
-    GSObjectRef<GSFileWorkerStream> w(new GSFileWorkerStream());
-    w->setAccessMode(mode);
-    w->setFileSpec(GSFileSpec(gs(path)));
-    w->setSafetyMode(safety);
-    return w;
-}
 
 // Opens, writes `text` and closes (discarding when asked): nonzero when any step failed.
 short save(GSFileWorker* w, const std::string& text, short discard = 0) {
@@ -77,7 +66,7 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     const std::string target = tmp.path("report.etd"), fresh = tmp.path("fresh.etd");
     // The spec's safety mode reaches the worker: none means a temporary file; a backup implies one.
     for (auto [given, expected] : {std::pair{-1, 1u}, {0, 0u}, {2, 3u}}) {
-        GSFileSpec spec(gs(target));
+        GSFileSpec spec(bytes(target));
         if (given >= 0) putLong(&spec, GSFileSafetyModeKey, given);
         EXPECT_EQ(GSFile(spec, 0).getFileWorker()->getSafetyMode(), expected) << given;
     }
@@ -86,7 +75,7 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     // While the save runs, only a hidden temporary file beside the target changes.
     auto w = streamWorker(target, "wb", GSSafetyTemporaryFile);
     ASSERT_EQ(w->open(), 0);
-    std::string working = str(w->getWorkingFileSpec()->getPathname(GSFullPath));
+    std::string working = text(w->getWorkingFileSpec()->getPathname(GSFullPath));
     EXPECT_TRUE(working.compare(0, tmp.root().size() + 1, tmp.root() + "/") == 0 &&
                 isTemporaryName(working.substr(tmp.root().size() + 1), ".etd"))
         << working;
@@ -100,7 +89,7 @@ TEST(SafeSave, TemporaryFileExchangedOnCloseOrDiscarded) {
     // Without a target there is nothing to protect: the file is written in place.
     auto first = streamWorker(fresh, "wb", GSSafetyTemporaryFile);
     ASSERT_EQ(first->open(), 0);
-    EXPECT_EQ(str(first->getWorkingFileSpec()->getPathname(GSFullPath)), fresh);
+    EXPECT_EQ(text(first->getWorkingFileSpec()->getPathname(GSFullPath)), fresh);
     ASSERT_EQ(first->close(GSCloseKeep), 0);
     EXPECT_EQ(listing(tmp.root()), (std::set<std::string>{"report.etd", "fresh.etd"}));
 

@@ -3,11 +3,9 @@
 #include "SaveTestSupport.h"
 #include "fileformat/GSFormatNumbers.h"
 #include "objects/GSArrayObjects.h"
-#include "objects/GSObjectRef.h"
 #include "objects/GSRuntimeClass.h"
 #include "objects/GSStringDictionaryKey.h"
 #include "storage/GSFileWorkerMemory.h"
-#include "storage/GSFileWorkerStream.h"
 
 #include <gtest/gtest.h>
 
@@ -24,13 +22,6 @@ GSObjectRef<GSFileWorkerMemory> memoryWorker(const std::string& content, const c
         new GSFileWorkerMemory(toDynaArray(Bytes(content.begin(), content.end()))));
     w->setAccessMode(mode);
     EXPECT_EQ(w->open(), 0);
-    return w;
-}
-
-GSObjectRef<GSFileWorker> streamWorker(const std::string& path, const char* mode) {
-    GSObjectRef<GSFileWorker> w(new GSFileWorkerStream());
-    w->setAccessMode(mode);
-    w->setFileSpec(GSFileSpec(gs(path)));
     return w;
 }
 
@@ -66,7 +57,8 @@ TEST(FileWorker, TextReading) {
     auto stream = streamWorker(folder.path("runs.txt"), "r");
     auto memory = memoryWorker(runs, "r");
     ASSERT_EQ(stream->open(), 0);
-    for (GSFileWorker* w : {static_cast<GSFileWorker*>(memory.get()), stream.get()}) {
+    for (GSFileWorker* w :
+         {static_cast<GSFileWorker*>(memory.get()), static_cast<GSFileWorker*>(stream.get())}) {
         std::string got;
         for (short c; (c = w->getChar()) != -1;)
             got += std::to_string(c) + " ";
@@ -83,7 +75,7 @@ TEST(FileWorker, TextReading) {
     std::string lines;
     for (long maxLength : {5, 0, 0, 0}) {
         short result = w->getString(&s, maxLength);
-        lines += std::to_string(result) + str(s) + "|" + std::to_string(s.getEncoding()) +
+        lines += std::to_string(result) + text(s) + "|" + std::to_string(s.getEncoding()) +
                  std::to_string(w->getAccessFlags()) + " ";
     }
     EXPECT_EQ(lines, "0abcd|1005 0efg\n|1005 1x\xff|05 1|05 ");
@@ -95,8 +87,9 @@ TEST(FileWorker, PutLongPutStringAndTheOpenCloseProtocol) {
     auto stream = streamWorker(folder.path("notes.txt"), "w");
     auto text = memoryWorker("", "w"), binary = memoryWorker("", "wb");
     ASSERT_EQ(stream->open(), 0);
-    for (GSFileWorker* w : {static_cast<GSFileWorker*>(text.get()),
-                            static_cast<GSFileWorker*>(binary.get()), stream.get()})
+    for (GSFileWorker* w :
+         {static_cast<GSFileWorker*>(text.get()), static_cast<GSFileWorker*>(binary.get()),
+          static_cast<GSFileWorker*>(stream.get())})
         EXPECT_FALSE(w->putLong(-42, 5) || w->putLong(INT_MIN, 0) || w->putLong(7, 0) ||
                      w->putFloat(3.25f, 2) || w->putFloat(0.125f, 1) || w->putString("a\nb", 1));
     ASSERT_EQ(stream->close(GSCloseKeep), 0);
@@ -152,14 +145,14 @@ TEST(MemoryWorker, MemoryFileSpecsOpenThroughGSFile) {
     TempFolder folder;
     const Bytes doc = makeDocument(5, 70000);
     for (bool byID : {false, true}) {
-        GSFileSpec spec(gs(folder.path(byID ? "by-id" : "by-flag")));
+        GSFileSpec spec(bytes(folder.path(byID ? "by-id" : "by-flag")));
         if (byID)
-            put(&spec, GSFileDataIDKey, new GSStringDictionaryKey(gs("doc")));
+            put(&spec, GSFileDataIDKey, new GSStringDictionaryKey(bytes("doc")));
         else
             putLong(&spec, GSFileSaveToMemoryKey, 1);
         putLong(&spec, GSFileFormatVersionKey, 770);
         GSFile file(spec, 0);
-        EXPECT_EQ(str(file.getFileSpec().getFilename(1)) + std::to_string(file.getFormatVersion()),
+        EXPECT_EQ(text(file.getFileSpec().getFilename(1)) + std::to_string(file.getFormatVersion()),
                   byID ? "by-id770" : "by-flag770");
         ASSERT_EQ(file.getFileWorker()->isMemoryWorker(), 1);
         file.getFileWorker()->setAccessMode("wb");
@@ -167,12 +160,12 @@ TEST(MemoryWorker, MemoryFileSpecsOpenThroughGSFile) {
         auto* bytes = static_cast<unsigned char*>(file.getFileWorker()->getMemoryAddress());
         EXPECT_TRUE(Bytes(bytes, bytes + file.getLength()) == doc) << byID;
     }
-    GSFile plain(GSFileSpec(gs(folder.path("x"))), 0); // any other spec: a stream worker
+    GSFile plain(GSFileSpec(bytes(folder.path("x"))), 0); // any other spec: a stream worker
     EXPECT_FALSE(plain.getFileWorker()->isMemoryWorker() ||
                  plain.getFileWorker()->getMemoryAddress());
     EXPECT_EQ(listing(folder.root()), std::set<std::string>{}) << "no file was made";
 
-    GSFileSpec source(gs(folder.path("none.etd")));
+    GSFileSpec source(bytes(folder.path("none.etd")));
     put(&source, GSFileDataKey, new GSBufferObject(toDynaArray(doc)));
     GSFile reader(source, 0);
     Bytes back(doc.size());

@@ -114,7 +114,7 @@ TEST(ParallelSaves, LinksPlantedAtTheHiddenNamesAreNeverFollowedOrRemoved) {
     // is opened and some when it is probed. The sticky bit keeps that user from deleting ours.
     std::vector<std::string> names;
     for (int n = 0; n < 6; ++n) {
-        std::string name = "." + file_test::str(GSFileSpec::getTemporaryFilename());
+        std::string name = "." + text(GSFileSpec::getTemporaryFilename());
         names.insert(names.end(), {name + ".etd", name});
     }
     pid_t planter = ::fork();

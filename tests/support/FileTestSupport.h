@@ -5,7 +5,7 @@
 #pragma once
 
 #include "TestSupport.h"
-#include "text/GSString.h"
+#include "TextSupport.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,16 +20,6 @@
 #include <unistd.h>
 
 namespace file_test {
-
-inline std::string str(const GSString& s) {
-    return s.getConstAddr() ? std::string(s.getConstAddr(), static_cast<size_t>(s.getLength()))
-                            : std::string();
-}
-
-// A UTF-8 string with its own copy of `bytes`, valid UTF-8 or not.
-inline GSString gs(const std::string& bytes) {
-    return GSString(bytes.data(), static_cast<long>(bytes.size()), GSString::kUTF8);
-}
 
 inline std::string readText(const std::string& path) {
     testing_support::Bytes b = testing_support::readFile(path);

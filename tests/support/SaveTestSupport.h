@@ -11,9 +11,11 @@
 #include "fileformat/GSFormatNumbers.h"
 #include "objects/GSLongDictionaryKey.h"
 #include "objects/GSObjectDictionary.h"
+#include "objects/GSObjectRef.h"
 #include "storage/GSFileSpec.h"
 #include "storage/GSFileSpecKeys.h"
 #include "storage/GSFileWorker.h"
+#include "storage/GSFileWorkerStream.h"
 
 #include <algorithm>
 #include <cctype>
@@ -31,6 +33,16 @@ inline void put(GSFileSpec* spec, const GSString& key, GSObject* value) {
 }
 inline void putLong(GSFileSpec* spec, const GSString& key, int value) {
     put(spec, key, new GSLongDictionaryKey(value));
+}
+
+// A stream worker for `path`, not yet opened.
+inline GSObjectRef<GSFileWorkerStream> streamWorker(const std::string& path, const char* mode,
+                                                    unsigned safety = 0) {
+    GSObjectRef<GSFileWorkerStream> w(new GSFileWorkerStream());
+    w->setAccessMode(mode);
+    w->setFileSpec(GSFileSpec(testing_support::bytes(path)));
+    w->setSafetyMode(safety);
+    return w;
 }
 
 // `size` bytes that depend on `seed`; the first four hold the size, big-endian.
@@ -68,22 +80,13 @@ inline short writeDocument(GSFile* file, const Bytes& doc, size_t maxPiece) {
 // when any step failed. The file is closed with close(0) whatever happened before.
 inline short saveDocument(const std::string& path, int mode, const Bytes& doc,
                           size_t maxPiece = 4096) {
-    GSFileSpec spec(gs(path));
+    GSFileSpec spec(testing_support::bytes(path));
     if (mode >= 0) putLong(&spec, GSFileSafetyModeKey, mode);
     GSFile file(spec, 0);
     file.getFileWorker()->setAccessMode("wb");
     if (file.open()) return 1;
     short status = writeDocument(&file, doc, maxPiece);
     return static_cast<short>(status | file.close(GSCloseKeep));
-}
-
-// A file of up to 1 MB in one read: the kill loop compares documents of 300 KB hundreds of times.
-inline Bytes slurp(const std::string& path) {
-    Bytes bytes(1 << 20);
-    std::FILE* f = std::fopen(path.c_str(), "rb");
-    bytes.resize(f ? std::fread(bytes.data(), 1, bytes.size(), f) : 0);
-    if (f) std::fclose(f);
-    return bytes;
 }
 
 // The hidden temporary names a save leaves only when it is interrupted: ".tmp", ten lower-case

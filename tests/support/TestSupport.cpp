@@ -5,6 +5,7 @@
 #include "storage/GSFileWorker.h"
 #include "storage/GSFileWorkerMemory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -33,8 +34,7 @@ Bytes MemoryFile::bytes() const {
 GSDynaArray<unsigned char> toDynaArray(const Bytes& bytes) {
     GSDynaArray<unsigned char> array;
     array.setSize(static_cast<long>(bytes.size()));
-    for (size_t i = 0; i < bytes.size(); ++i)
-        array[static_cast<long>(i)] = bytes[i];
+    std::copy(bytes.begin(), bytes.end(), array.getMutableData());
     return array;
 }
 
@@ -61,7 +61,8 @@ std::string toHex(const Bytes& bytes) {
 TempFolder::TempFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "et-test-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
-    folder = pattern;
+    // Its real path: the file layers resolve links, and the paths that tests expect must agree.
+    folder = std::filesystem::canonical(pattern).string();
 }
 
 TempFolder::~TempFolder() {
@@ -75,9 +76,14 @@ void writeFile(const std::string& path, const Bytes& bytes) {
               static_cast<std::streamsize>(bytes.size()));
 }
 
+// In one read of the size found at the end: the kill loop compares files of 300 KB hundreds of
+// times.
 Bytes readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    Bytes bytes(in ? static_cast<size_t>(in.tellg()) : 0);
+    in.seekg(0).read(reinterpret_cast<char*>(bytes.data()),
+                     static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 } // namespace testing_support
