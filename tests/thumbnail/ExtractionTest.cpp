@@ -93,11 +93,6 @@ Items picture(int kind, long count, const Bytes& image) {
     });
 }
 
-// Bytes as they are, where an item would start.
-Items raw(const std::string& hex) {
-    return [=](GSFile* f, GSTagWrite*) { f->write(fromHex(hex).data(), (hex.size() + 1) / 3); };
-}
-
 const Bytes kImage = fromHex("ff d8 ff e0 00 10 4a 46 49 46 00 01 de ad be ef");
 const Items kJPEG = picture(2, 16, kImage);
 
@@ -158,6 +153,7 @@ TEST(Extraction, FindsThePreviewOnlyWhereTheDocumentHoldsOne) {
     Bytes noNul = withPreview({kJPEG});
     noNul[19] = ' ';
     const std::string jpeg = "0 16 ef kind 2 info -1 -1x-1";
+    Items negativeItem = [](GSFile* f, GSTagWrite*) { f->write("\0\0\0\x0c\xff\xff\xff\xf8", 8); };
     // clang-format off
     const std::tuple<const char*, Bytes, std::string> cases[] = {
         {"information, then PNG inline", withPreview({info(-2, 160, 120), picture(5, 1000, Bytes(1000, 0x5A))}),
@@ -177,7 +173,7 @@ TEST(Extraction, FindsThePreviewOnlyWhereTheDocumentHoldsOne) {
         {"count 0", withPreview({picture(2, 0, kImage)}), "0 0"},
         {"preview chunk of major 2", document(0x0200, {preview({kJPEG}, 0x0200)}), "0 0"},
         {"count beyond the file", withPreview({picture(2, 0x7FFFFFFF, kImage)}), "0 0"},
-        {"negative item length", document(0x0200, {raw("00 00 00 0c ff ff ff f8"), preview({kJPEG})}), "0 0"}};
+        {"negative item length", document(0x0200, {negativeItem, preview({kJPEG})}), "0 0"}};
     // clang-format on
     for (const auto& [what, file, expected] : cases) {
         largestArrayRequest = 0;
