@@ -1,6 +1,7 @@
 // CacheCommandTest.cpp - `ember-tide cache`: walking trees, keeping the desktop's cache current,
 // failures, unreadable files, and stopping half-way, by running the built tool. Its usage errors
 // are in CommandLineTest.
+#include "FileTestSupport.h"
 #include "RunTool.h"
 #include "SampleImages.h"
 #include "desktop/GSThumbnailCache.h"
@@ -41,13 +42,6 @@ protected:
     static std::string entryFor(const std::string& file) {
         return GSCacheEntryName(GSFileURI(file));
     }
-    static std::set<std::string> namesIn(const std::string& dir) {
-        std::set<std::string> names;
-        if (fs::is_directory(dir))
-            for (auto& e : fs::directory_iterator(dir))
-                names.insert(e.path().filename().string());
-        return names;
-    }
 };
 
 } // namespace
@@ -75,7 +69,7 @@ TEST_F(CacheCommand, WalksTreesRecognisingDocumentsByContent) {
 
     EXPECT_EQ(counts(expectRun("cache --json --jobs 3 @tree", 0)),
               "5 written, 0 up to date, 0 failed, 3 not ours");
-    EXPECT_EQ(namesIn(large()), expected);
+    EXPECT_EQ(file_test::listing(large()), expected);
     samples::Picture fitted = samples::decodePNG(readFile(large() + "/" + *expected.begin()));
     EXPECT_TRUE(fitted.width == 256 && fitted.height == 192) << "not fitted into 256 x 256";
 
@@ -131,8 +125,9 @@ TEST_F(CacheCommand, FailuresAreRecordedAndUnreadableFilesReported) {
             GSCacheEntryIsCurrent(ourFailures() + "/" + entryFor(doc), GSFileURI(doc), st.st_mtime))
             << doc;
     }
-    EXPECT_EQ(namesIn(large()), std::set<std::string>{entryFor(path("docs/good.etd"))});
-    EXPECT_EQ(namesIn(ourFailures()), (std::set<std::string>{entryFor(half), entryFor(words)}));
+    EXPECT_EQ(file_test::listing(large()), std::set<std::string>{entryFor(path("docs/good.etd"))});
+    EXPECT_EQ(file_test::listing(ourFailures()),
+              (std::set<std::string>{entryFor(half), entryFor(words)}));
 
     ToolRun again = run();
     EXPECT_EQ(again.status, 1);
@@ -144,7 +139,7 @@ TEST_F(CacheCommand, FailuresAreRecordedAndUnreadableFilesReported) {
     fs::last_write_time(half, fs::last_write_time(half) + std::chrono::seconds(3));
     ToolRun mended = run();
     EXPECT_EQ(counts(mended), "1 written, 1 up to date, 3 failed, 0 not ours") << mended.err;
-    EXPECT_EQ(namesIn(ourFailures()), std::set<std::string>{entryFor(words)});
+    EXPECT_EQ(file_test::listing(ourFailures()), std::set<std::string>{entryFor(words)});
     ::chmod(path("docs/closed").c_str(), 0755);
 
     // A cache that cannot be made is an I/O error.
@@ -170,7 +165,7 @@ TEST_F(CacheCommand, InterruptedRunsLeaveOnlyWholeEntriesAndWorkersAgree) {
     ASSERT_GT(pid, 0);
     const std::string xx = path("cache/thumbnails/xx-large");
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (namesIn(xx).size() < 3 && std::chrono::steady_clock::now() < deadline)
+    while (file_test::listing(xx).size() < 3 && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     ::kill(pid, SIGINT);
     ToolRun stopped = finishProcess(pid, path("out"), path("err"));
@@ -178,7 +173,7 @@ TEST_F(CacheCommand, InterruptedRunsLeaveOnlyWholeEntriesAndWorkersAgree) {
     EXPECT_NE(stopped.err.find("stopped after"), std::string::npos)
         << "killed outright instead of stopping its workers";
 
-    std::set<std::string> left = namesIn(xx);
+    std::set<std::string> left = file_test::listing(xx);
     EXPECT_GT(left.size(), 0u);
     EXPECT_LT(left.size(), static_cast<size_t>(kDocuments))
         << "finished before the signal: nothing was tested";
@@ -227,6 +222,6 @@ TEST_F(CacheCommand, AFileThatTakesTooLongIsRecordedAsFailed) {
             expectRun("cache --json --jobs 1 @tree", 1,
                       slow + ": more than 0.2 s of processor time; " + says, "ulimit -t 60");
         EXPECT_NE(counts(r).find(summary), std::string::npos) << hook << ": " << r.out;
-        EXPECT_EQ(namesIn(ourFailures()), std::set<std::string>{entryFor(slow)});
+        EXPECT_EQ(file_test::listing(ourFailures()), std::set<std::string>{entryFor(slow)});
     }
 }

@@ -75,18 +75,15 @@ namespace {
 // Saves that fail: the document doc.etd stays as it was, and no output or temporary file is left.
 class FailedSaves : public ToolTest {
 protected:
-    struct Row {
-        std::string line;
-        int status;
-        std::string said; // in stderr
-    };
-    void expectEach(const std::string& setup, const std::vector<Row>& rows) {
+    // Rows of a command line, its exit status and what its stderr says.
+    void expectEach(const std::string& setup,
+                    const std::vector<std::tuple<std::string, int, std::string>>& rows) {
         const Bytes document = readFile(path("doc.etd"));
         inputs.insert("doc.etd");
-        for (const Row& row : rows) {
-            expectRun(row.line, row.status, row.said, setup);
-            EXPECT_EQ(readFile(path("doc.etd")), document) << row.line;
-            EXPECT_EQ(strays(), "") << row.line;
+        for (const auto& [line, status, said] : rows) {
+            expectRun(line, status, said, setup);
+            EXPECT_EQ(readFile(path("doc.etd")), document) << line;
+            EXPECT_EQ(strays(), "") << line;
         }
     }
 };

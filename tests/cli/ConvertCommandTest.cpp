@@ -44,10 +44,6 @@ std::string readBack(const std::string& path, Bytes* bytes = nullptr) {
 
 using ConvertCommand = ToolTest;
 
-Bytes extracted(const std::string& file) {
-    return runTool({"extract", file, "-"}).outBytes();
-}
-
 } // namespace
 
 TEST_F(ConvertCommand, EveryLayoutConvertsToEveryOtherWithTheSamePreview) {
@@ -71,7 +67,7 @@ TEST_F(ConvertCommand, EveryLayoutConvertsToEveryOtherWithTheSamePreview) {
                                 0)
                           .err,
                       "");
-            EXPECT_EQ(extracted(path("out.etd")), isPNG ? png : jpeg) << pair;
+            EXPECT_EQ(expectRun("extract @out.etd -", 0).outBytes(), isPNG ? png : jpeg) << pair;
             EXPECT_EQ(readBack(path("out.etd")), std::string(to[2]) + ", " +
                                                      std::to_string(store + 1) +
                                                      (isPNG ? ", 3, 40" : ", 2, 64"))
@@ -91,13 +87,7 @@ TEST_F(ConvertCommand, EveryLayoutConvertsToEveryOtherWithTheSamePreview) {
 
 TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
     // A stated size that is not the picture's own and an information value are carried over.
-    EmberTidePreview preview;
-    preview.bytes = toDynaArray(jpeg);
-    preview.infoValue = 7;
-    preview.size = {100, 75};
-    MemoryFile m;
-    ASSERT_EQ(EmberTideWriteDocument(&m.file, preview, EmberTideDocumentOptions()), 0);
-    writeFile(path("stated.etd"), m.bytes());
+    writeDocument(path("stated.etd"), jpeg, 2, 100, 75, 7);
     expectRun("convert --version 3.0 @stated.etd @out.etd", 0);
     EXPECT_NE(expectRun("info --json @out.etd", 0)
                   .out.find("\"width\": 100, \"height\": 75, \"info\": 7"),
@@ -126,7 +116,7 @@ TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
     writeFile(path("bare.etd"), bare.bytes());
     ASSERT_NE(expectRun("info --json @bare.etd", 0).out.find("\"width\": null"), std::string::npos);
     expectRun("convert @bare.etd @out.etd", 0);
-    EXPECT_EQ(extracted(path("out.etd")), png);
+    EXPECT_EQ(expectRun("extract @out.etd -", 0).outBytes(), png);
     EXPECT_NE(expectRun("info --json @out.etd", 0)
                   .out.find("\"kind\": 3, \"format\": \"png\", \"width\": 40, \"height\": 30"),
               std::string::npos);
@@ -135,7 +125,7 @@ TEST_F(ConvertCommand, KeepsWhatTheDocumentStates) {
 TEST_F(ConvertCommand, InPlaceAndToStandardOutput) {
     expectRun("create --version 3.2 --store record @pic.jpg @d.etd", 0);
     expectRun("convert --version 1.0 @d.etd @d.etd", 0);
-    EXPECT_EQ(extracted(path("d.etd")), jpeg);
+    EXPECT_EQ(expectRun("extract @d.etd -", 0).outBytes(), jpeg);
     EXPECT_EQ(readBack(path("d.etd")), "100, -1, 2, 2, 64");
     EXPECT_EQ(strays(), "d.etd ") << "no temporary file or backup is left";
     expectRun("convert --version 3.0 @d.etd @e.etd", 0);
@@ -149,5 +139,6 @@ TEST_F(ConvertCommand, InPlaceAndToStandardOutput) {
     EXPECT_EQ(readFile(path("own.etd")), behind) << "the document is untouched";
     expectRun("convert @own.etd @preview-only.etd", 0,
               "1 item(s) besides the preview are not carried over");
-    EXPECT_EQ(extracted(path("preview-only.etd")), extracted(path("own.etd")));
+    EXPECT_EQ(expectRun("extract @preview-only.etd -", 0).outBytes(),
+              expectRun("extract @own.etd -", 0).outBytes());
 }

@@ -1,10 +1,10 @@
 // RunTool.cpp - child processes with stdout and stderr sent to files; the command tests' folder.
 #include "RunTool.h"
 
+#include "FileTestSupport.h"
 #include "SampleImages.h"
 #include "thumbnail/EmberTideDocumentWriter.h"
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <spawn.h>
@@ -17,10 +17,9 @@ using namespace testing_support;
 
 pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,
                    const std::string& err) {
-    std::vector<std::string> copies = argv;
     std::vector<char*> args;
-    for (auto& a : copies)
-        args.push_back(a.data());
+    for (const auto& a : argv)
+        args.push_back(const_cast<char*>(a.c_str())); // spawn only reads them
     args.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -39,13 +38,12 @@ ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err)
         run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         run.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
-    Bytes o = readFile(out), e = readFile(err);
-    run.out.assign(o.begin(), o.end());
-    run.err.assign(e.begin(), e.end());
+    run.out = file_test::readText(out);
+    run.err = file_test::readText(err);
     return run;
 }
 
-ToolRun runToolAfter(const std::string& setup, const std::vector<std::string>& args) {
+ToolRun runTool(const std::vector<std::string>& args, const std::string& setup) {
     TempFolder folder;
     std::vector<std::string> argv = {ET_TOOL_PATH};
     if (!setup.empty())
@@ -55,27 +53,17 @@ ToolRun runToolAfter(const std::string& setup, const std::vector<std::string>& a
                          folder.path("out"), folder.path("err"));
 }
 
-ToolRun runTool(const std::vector<std::string>& args) {
-    return runToolAfter("", args);
-}
-
-void writeDocument(const std::string& path, const Bytes& picture, int kind, int width, int height) {
+void writeDocument(const std::string& path, const Bytes& picture, int kind, int width, int height,
+                   int info) {
     EmberTidePreview preview;
     preview.bytes = toDynaArray(picture);
     preview.kind = kind;
+    preview.infoValue = info;
     preview.size = {width, height};
     MemoryFile m;
     ASSERT_EQ(EmberTideWriteDocument(&m.file, preview, EmberTideDocumentOptions()), 0);
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     writeFile(path, m.bytes());
-}
-
-ScopedVariable::ScopedVariable(const char* name, const std::string& value) : name(name) {
-    ::setenv(name, value.c_str(), 1);
-}
-
-ScopedVariable::~ScopedVariable() {
-    ::unsetenv(name);
 }
 
 ToolTest::ToolTest()
@@ -87,13 +75,9 @@ ToolTest::ToolTest()
 }
 
 std::string ToolTest::strays(const std::set<std::string>& also) const {
-    std::set<std::string> sorted;
-    for (auto& e : std::filesystem::directory_iterator(folder.root()))
-        if (!inputs.count(e.path().filename()) && !also.count(e.path().filename()))
-            sorted.insert(e.path().filename());
     std::string list;
-    for (const auto& name : sorted)
-        list += name + " ";
+    for (const auto& name : file_test::listing(folder.root()))
+        if (!inputs.count(name) && !also.count(name)) list += name + " ";
     return list;
 }
 
@@ -109,7 +93,7 @@ std::vector<std::string> ToolTest::words(const std::string& line) const {
 
 ToolRun ToolTest::expectRun(const std::vector<std::string>& args, int status,
                             const std::string& said, const std::string& setup) const {
-    ToolRun r = runToolAfter(setup, args);
+    ToolRun r = runTool(args, setup);
     std::string line;
     for (const auto& a : args)
         line += a + " ";

@@ -4,6 +4,7 @@
 
 #include "TestSupport.h"
 
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -18,9 +19,8 @@ struct ToolRun {
     testing_support::Bytes outBytes() const { return {out.begin(), out.end()}; }
 };
 
-ToolRun runTool(const std::vector<std::string>& args);
-// The same through /bin/sh, which runs `setup` (a ulimit, a cd) first.
-ToolRun runToolAfter(const std::string& setup, const std::vector<std::string>& args);
+// Runs the tool with `args`, through /bin/sh when there is a `setup` (a ulimit, a cd) to run first.
+ToolRun runTool(const std::vector<std::string>& args, const std::string& setup = "");
 
 // Starts argv (argv[0] looked up in PATH) with stdout and stderr sent to files; -1 on failure.
 pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,
@@ -29,19 +29,16 @@ pid_t startProcess(const std::vector<std::string>& argv, const std::string& out,
 ToolRun finishProcess(pid_t pid, const std::string& out, const std::string& err);
 
 // Writes a document at `path` (making its folders) holding `picture` as a preview of `kind`
-// whose stated size is `width` x `height`, whatever the picture's own.
+// whose stated size is `width` x `height`, whatever the picture's own, and information `info`.
 void writeDocument(const std::string& path, const testing_support::Bytes& picture, int kind = 2,
-                   int width = 64, int height = 48);
+                   int width = 64, int height = 48, int info = 0);
 
 // Sets an environment variable for the tools started while it lives.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value);
-    ~ScopedVariable();
-    ScopedVariable(const ScopedVariable&) = delete;
-    ScopedVariable& operator=(const ScopedVariable&) = delete;
-
-private:
+struct ScopedVariable {
+    ScopedVariable(const char* name, const std::string& value) : name(name) {
+        ::setenv(name, value.c_str(), 1);
+    }
+    ~ScopedVariable() { ::unsetenv(name); }
     const char* name;
 };
 

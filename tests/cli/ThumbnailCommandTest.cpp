@@ -20,17 +20,14 @@ protected:
         expectRun("create @pic.png @alpha.etd", 0);
         inputs.insert({"doc.etd", "alpha.etd"});
     }
-    void addDocument(const std::string& name, const Bytes& picture, int kind, int w, int h) {
-        writeDocument(path(name), picture, kind, w, h);
-        inputs.insert(name);
-    }
 };
 
 } // namespace
 
 TEST_F(ThumbnailCommand, SizeFollowsTheDocument) {
-    addDocument("tall.etd", jpeg, 2, 100, 400);
-    addDocument("unsized.etd", png, 3, 0, 0);
+    writeDocument(path("tall.etd"), jpeg, 2, 100, 400);
+    writeDocument(path("unsized.etd"), png, 3, 0, 0);
+    inputs.insert({"tall.etd", "unsized.etd"});
     // Width, height and channels (RGB for opaque pictures, else RGBA; 0 x 0: not a whole PNG).
     for (const auto& [line, expected] :
          {std::pair{"@doc.etd", "256 192 3"}, // the default size; a small picture grows
@@ -53,11 +50,10 @@ TEST_F(ThumbnailCommand, SizeFollowsTheDocument) {
 TEST_F(ThumbnailCommand, NoPictureLeavesAnExistingOutEmptyAndMakesNoNewOne) {
     // Undecodable pictures of either kind; which bytes a decoder refuses is RendererTest's part.
     expectRun("create --selection @pic.jpg @sel.etd", 0);
-    inputs.insert("sel.etd");
     const std::string noise = "this is no picture at all, only words";
-    addDocument("words-as-png.etd", Bytes(noise.begin(), noise.end()), 3, 64, 48);
-    addDocument("half-a-jpeg.etd", Bytes(jpeg.begin(), jpeg.begin() + jpeg.size() / 2), 2, 64, 48);
-    inputs.insert("out.png");
+    writeDocument(path("words-as-png.etd"), Bytes(noise.begin(), noise.end()), 3);
+    writeDocument(path("half-a-jpeg.etd"), Bytes(jpeg.begin(), jpeg.begin() + jpeg.size() / 2));
+    inputs.insert({"sel.etd", "words-as-png.etd", "half-a-jpeg.etd", "out.png"});
     for (const char* file : {"sel.etd", "pic.png", "words-as-png.etd", "half-a-jpeg.etd"}) {
         writeFile(path("out.png"), {1, 2, 3}); // no older picture may stay beside a failure
         // The message names the file; OUT is emptied, and a new OUT is not made.
