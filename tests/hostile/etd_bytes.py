@@ -81,11 +81,11 @@ def inline_picture(form, image, kind=3, count=None):
     return form.item(6, u16(kind) + form.count(len(image) if count is None else count) + image)
 
 
-def picture_record(form, image, width, height, count=None, class_name=b"GSMemPicData"):
+def picture_record(form, image, width, height, count=None):
     """Item 4 of the preview chunk: a picture-data object whose image bytes end its item 3."""
     n = len(image) if count is None else count
-    return form.record(class_name, form.chunk([form.item(0, information(width, height)),
-                                               form.item(3, u16(3) + form.count(n) + image)]))
+    return form.record(b"GSMemPicData", form.chunk([form.item(0, information(width, height)),
+                                                     form.item(3, u16(3) + form.count(n) + image)]))
 
 
 def preview(form, items):

@@ -1,15 +1,16 @@
 #!/usr/bin/python3
-"""Runs `ember-tide thumbnail` and `info --json` on hostile documents under 256 MB of address
-space and 2 s each; fails on a crash, timeout, limit hit, sanitizer report or exit status other
-than 0, 1 or 2. Usage: run_hostile.py TOOL SOURCE_DIR [--sanitized] (no memory limit, as shadow
-memory needs more, and five times the time). The documents: crafted ones (one table), every
-truncation of documents that `ember-tide create` wrote, and examples/ with bits flipped. The
-controls, well-formed documents of each layout the crafted ones vary, must give a thumbnail: a
-case that no longer reaches its reader would else pass untested."""
+"""Runs `ember-tide thumbnail` and `info --json` on hostile documents, each under 256 MB of
+address space and 2 s (prlimit's, on that run alone); fails on a crash, timeout, limit hit,
+sanitizer report or exit status other than 0, 1 or 2. Usage: run_hostile.py TOOL SOURCE_DIR
+[--sanitized] (no memory limit, as shadow memory needs more, and five times the time). The
+documents: crafted ones (one table), every truncation of documents that `ember-tide create` wrote,
+and examples/ with bits flipped. The controls, well-formed documents of each layout the crafted
+ones vary, must give a thumbnail: a case that no longer reaches its reader would else pass
+untested."""
 import collections
+import concurrent.futures
 import os
 import random
-import resource
 import shutil
 import signal
 import subprocess
@@ -18,8 +19,7 @@ import tempfile
 import time
 from pathlib import Path
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from etd_bytes import (BYTE, LONG, document, dictionary_object, information,  # noqa: E402
+from etd_bytes import (BYTE, LONG, document, dictionary_object, information,
                        inline_picture, nested_dictionaries, picture_record, png, preview,
                        progressive_jpeg, u16, u32)
 
@@ -168,80 +168,60 @@ def bit_flips(source, variants=30):
 Run = collections.namedtuple("Run", "name command status why seconds")
 
 
-def run_all(tool, work, timeout, jobs):
-    """Runs (control, name, command, path) two at a time, each killed past `timeout`; from one
-    thread, as threads would each take address space under the limit."""
-    pending, running, killed, results = collections.deque(jobs), {}, set(), []
-    while pending or running:
-        if pending and len(running) < 2:
-            control, name, command, path = pending.popleft()
-            argv = ([tool, "thumbnail", path, path + ".png"] if command == "thumbnail"
-                    else [tool, "info", "--json", path])  # which takes stock of the object table
-            err = tempfile.TemporaryFile("w+", dir=work)
-            process = subprocess.Popen(argv, stdin=subprocess.DEVNULL,
-                                       stdout=subprocess.DEVNULL, stderr=err)
-            running[process.pid] = (process, err, time.monotonic(), control, name, command)
-            continue
-        pid, status, _ = os.wait4(-1, os.WNOHANG)  # reaped here, not by Popen
-        if pid == 0:
-            for late in [p for p in running if p not in killed
-                         and time.monotonic() - running[p][2] > timeout]:
-                os.kill(late, signal.SIGKILL)
-                killed.add(late)
-            time.sleep(0.001)
-            continue
-        process, err, start, control, name, command = running.pop(pid)
-        process.returncode = status
-        err.seek(0)
-        stderr = err.read().strip()  # and the file goes with its last reference
-        code = os.WEXITSTATUS(status) if os.WIFEXITED(status) else None
-        outcome = ("timeout" if pid in killed else code if code is not None else
-                   "signal " + signal.Signals(os.WTERMSIG(status)).name)
-        bad = [line for line in stderr.splitlines() if any(m in line for m in BAD_MESSAGES)]
-        why = (outcome if pid in killed or code is None else
-               "exit status %d" % code if code not in (0, 1, 2) else
-               "limit or sanitizer: " + bad[-1][:200] if bad else
-               "a well-formed document gave status %d: %s" % (code, stderr) if control and code
-               else None)
-        results.append(Run(name, command, outcome, why, time.monotonic() - start))
-    return results
+def run(tool, limits, timeout, control, name, command, path):
+    """One run of the tool under prlimit's `limits`, killed past `timeout`."""
+    argv = ([tool, "thumbnail", path, path + ".png"] if command == "thumbnail"
+            else [tool, "info", "--json", path])  # which takes stock of the object table
+    start = time.monotonic()
+    try:
+        done = subprocess.run(["prlimit"] + limits + argv, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True,
+                              errors="replace", timeout=timeout)
+    except subprocess.TimeoutExpired:
+        return Run(name, command, "timeout", "timeout", time.monotonic() - start)
+    code, stderr = done.returncode, done.stderr.strip()
+    outcome = code if code >= 0 else "signal " + signal.Signals(-code).name
+    bad = [line for line in stderr.splitlines() if any(m in line for m in BAD_MESSAGES)]
+    why = (outcome if code < 0 else
+           "exit status %d" % code if code not in (0, 1, 2) else
+           "limit or sanitizer: " + bad[-1][:200] if bad else
+           "a well-formed document gave status %d: %s" % (code, stderr) if control and code
+           else None)
+    return Run(name, command, outcome, why, time.monotonic() - start)
 
 
 def main():
     tool, source, sanitized = os.path.abspath(sys.argv[1]), sys.argv[2], "--sanitized" in sys.argv
     timeout = 10.0 if sanitized else 2.0
-    started = time.monotonic()
-
-    work = tempfile.mkdtemp(prefix="et-hostile-")
-    cases = crafted(png(4, 3)) + truncations(tool, work, png(4, 3)) + bit_flips(source)
-    controls = {name for name, _ in cases if name.startswith(("control-", "created-"))}
-    for name, data in cases:
-        Path(work, name + ".etd").write_bytes(data)
-
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-    if not sanitized:
-        resource.setrlimit(resource.RLIMIT_AS, (256 << 20, 256 << 20))
+    limits = ["--core=0"] + ([] if sanitized else ["--as=%d" % (256 << 20)])
     for variable in ("ASAN_OPTIONS", "UBSAN_OPTIONS"):  # a report ends the run with a signal
         os.environ[variable] = os.environ.get(variable, "") + ":abort_on_error=1"
-    results = run_all(tool, work, timeout, [
-        (name in controls, name, command, str(Path(work, name + ".etd")))
-        for name, _ in cases for command in ("thumbnail", "info")])
+    started = time.monotonic()
+    with tempfile.TemporaryDirectory(prefix="et-hostile-") as work:
+        cases = crafted(png(4, 3)) + truncations(tool, work, png(4, 3)) + bit_flips(source)
+        controls = {name for name, _ in cases if name.startswith(("control-", "created-"))}
+        for name, data in cases:
+            Path(work, name + ".etd").write_bytes(data)
+        with concurrent.futures.ThreadPoolExecutor(2) as pool:
+            results = list(pool.map(lambda job: run(tool, limits, timeout, *job), [
+                (name in controls, name, command, str(Path(work, name + ".etd")))
+                for name, _ in cases for command in ("thumbnail", "info")]))
 
-    failures = [r for r in results if r.why]
-    print("%d documents (%d controls), %d runs in %.1f s, at most %.1f s%s each" % (
-        len(cases), len(controls), len(results), time.monotonic() - started, timeout,
-        "" if sanitized else " and 256 MB"))
-    slowest = max(results, key=lambda r: r.seconds)
-    print("slowest: %.2f s (%s %s)" % (slowest.seconds, slowest.command, slowest.name))
-    print("statuses: " + ", ".join("%s %s: %d" % (c, s, n) for (c, s), n in sorted(
-        collections.Counter((r.command, r.status) for r in results).items(), key=str))
-          + "; %d failed runs" % len(failures))
-    kept = Path(tempfile.gettempdir(), "et-hostile-failures")
-    for failure in failures[:50]:  # the documents kept for a replay
-        print("FAIL: %s %s: %s (in %s)" % (failure.command, failure.name, failure.why, kept))
-        kept.mkdir(exist_ok=True)
-        shutil.copy(Path(work, failure.name + ".etd"), kept)
-    shutil.rmtree(work, ignore_errors=True)
+        failures = [r for r in results if r.why]
+        slowest = max(results, key=lambda r: r.seconds)
+        print("%d documents (%d controls), %d runs in %.1f s, at most %.1f s%s each; slowest: "
+              "%.2f s (%s %s)" % (len(cases), len(controls), len(results),
+                                  time.monotonic() - started, timeout,
+                                  "" if sanitized else " and 256 MB", slowest.seconds,
+                                  slowest.command, slowest.name))
+        print("statuses: " + ", ".join("%s %s: %d" % (c, s, n) for (c, s), n in sorted(
+            collections.Counter((r.command, r.status) for r in results).items(), key=str))
+              + "; %d failed runs" % len(failures))
+        kept = Path(tempfile.gettempdir(), "et-hostile-failures")
+        for failure in failures[:50]:  # the documents kept for a replay
+            print("FAIL: %s %s: %s (in %s)" % (failure.command, failure.name, failure.why, kept))
+            kept.mkdir(exist_ok=True)
+            shutil.copy(Path(work, failure.name + ".etd"), kept)
     return 1 if failures else 0
 
 
