@@ -3,9 +3,9 @@
 
 SHELL := /bin/bash
 # The tool's build needs BUILD_PACKAGES only; the tests and benchmarks add their frameworks.
-BUILD_PACKAGES := cmake g++ pkg-config libjpeg62-turbo-dev libpng-dev libpixman-1-dev zlib1g-dev \
+BUILD_PACKAGES := cmake g++ pkg-config libjpeg62-turbo-dev libpng-dev libdeflate-dev \
                   libmd-dev libseccomp-dev
-DEB_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libbenchmark-dev
+DEB_PACKAGES := $(BUILD_PACKAGES) libgtest-dev libbenchmark-dev zlib1g-dev
 # Making and checking the Debian packages, and what their test looks at once they are installed.
 PACKAGE_TOOLS := dpkg-dev file lintian shared-mime-info bash-completion python3-gi
 FUZZ_PACKAGES := clang libclang-rt-14-dev

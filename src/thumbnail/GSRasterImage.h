@@ -1,8 +1,8 @@
 // GSRasterImage.h - decoded pixels as the renderer passes them along.
 //
-// 32-bit pixels in the machine's native ARGB order (pixman's a8r8g8b8), alpha premultiplied, so
-// that scaling filters average colour correctly at transparent edges. `hasAlpha` says whether the
-// source could be transparent at all; opaque images are written as RGB.
+// 32-bit pixels holding 0xAARRGGBB as one native integer, alpha premultiplied, so that scaling
+// filters average colour correctly at transparent edges. `hasAlpha` says whether the source could
+// be transparent at all; opaque images are written as RGB.
 #pragma once
 
 #include <cstdint>
