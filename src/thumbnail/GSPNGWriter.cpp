@@ -3,7 +3,6 @@
 #include "thumbnail/GSPNGWriter.h"
 
 #include <cstdlib>
-#include <cstring>
 #include <libdeflate.h>
 #include <memory>
 
@@ -18,9 +17,6 @@ namespace {
 // nothing on these pictures.
 constexpr int kDeflateLevel = 1;
 constexpr unsigned char kPaeth = 4;
-// Filtered bytes of the largest picture encoded: its compressed form, which deflate may make a
-// little larger, still fits one chunk (lengths below 2^31).
-constexpr size_t kLargestPicture = size_t{1} << 30;
 
 // Rows in PNG byte order, alpha no longer premultiplied.
 void packRow(const uint32_t* pixels, int width, bool alpha, unsigned char* row) {
@@ -62,10 +58,14 @@ void paethRow(const unsigned char* row, const unsigned char* up, size_t size, in
     }
 }
 
+void storeBig32(unsigned char* at, uint32_t v) {
+    for (int i = 0; i < 4; ++i)
+        at[i] = static_cast<unsigned char>(v >> (24 - 8 * i));
+}
+
 void putBig32(std::vector<unsigned char>* out, uint32_t v) {
-    const unsigned char bytes[4] = {
-        static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
-        static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+    unsigned char bytes[4];
+    storeBig32(bytes, v);
     out->insert(out->end(), bytes, bytes + 4);
 }
 
@@ -77,13 +77,6 @@ void putChunk(std::vector<unsigned char>* out, const char type[5], const unsigne
     out->insert(out->end(), type, type + 4);
     if (size > 0) out->insert(out->end(), data, data + size);
     putBig32(out, libdeflate_crc32(0, out->data() + start, size + 4));
-}
-
-// A tEXt keyword is 1 to 79 printable Latin-1 characters; neither part may hold a NUL.
-bool validText(const std::pair<std::string, std::string>& entry) {
-    const std::string& key = entry.first;
-    if (key.empty() || key.size() > 79 || key.find('\0') != std::string::npos) return false;
-    return entry.second.find('\0') == std::string::npos;
 }
 
 struct CompressorFree {
@@ -99,17 +92,8 @@ bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<
         *error = "empty image";
         return false;
     }
-    for (const auto& entry : text)
-        if (!validText(entry)) {
-            *error = "PNG text keys are 1 to 79 characters, without NUL";
-            return false;
-        }
     const int bpp = image.hasAlpha ? 4 : 3;
     const size_t stride = static_cast<size_t>(image.width) * bpp;
-    if ((stride + 1) * image.height > kLargestPicture) { // one IDAT chunk holds the whole picture
-        *error = "image too large to encode";
-        return false;
-    }
     // Two rows of packed pixels (this one and the one above) and the filtered picture.
     std::vector<unsigned char> rows(2 * stride, 0);
     std::vector<unsigned char> filtered((stride + 1) * image.height);
@@ -138,17 +122,15 @@ bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<
         return false;
     }
 
-    out->clear();
-    out->reserve(compressedSize + 1024);
     static const unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-    out->insert(out->end(), kSignature, kSignature + 8);
-    std::vector<unsigned char> header;
-    putBig32(&header, static_cast<uint32_t>(image.width));
-    putBig32(&header, static_cast<uint32_t>(image.height));
-    // Depth 8, RGB (2) or RGBA (6), deflate, adaptive filtering, no interlace.
-    const unsigned char rest[5] = {8, static_cast<unsigned char>(image.hasAlpha ? 6 : 2), 0, 0, 0};
-    header.insert(header.end(), rest, rest + 5);
-    putChunk(out, "IHDR", header.data(), header.size());
+    out->assign(kSignature, kSignature + 8);
+    out->reserve(compressedSize + 1024);
+    // Width, height, depth 8, RGB (2) or RGBA (6), deflate, adaptive filtering, no interlace.
+    unsigned char header[13] = {0, 0, 0, 0, 0, 0, 0, 0, 8, 2, 0, 0, 0};
+    if (image.hasAlpha) header[9] = 6;
+    storeBig32(header, static_cast<uint32_t>(image.width));
+    storeBig32(header + 4, static_cast<uint32_t>(image.height));
+    putChunk(out, "IHDR", header, sizeof header);
     for (const auto& [key, value] : text) {
         std::vector<unsigned char> data(key.begin(), key.end());
         data.push_back(0);

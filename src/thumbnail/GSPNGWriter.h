@@ -2,7 +2,10 @@
 //
 // Thumbnails are written once and read many times by a file manager, but the encoder was most of
 // a small thumbnail's time: the row filter and the compressor are chosen for speed with a small
-// file. Text keys (key, value pairs) go into tEXt chunks before the image data.
+// file. Text keys (key, value pairs) go into tEXt chunks before the image data: keys of 1 to 79
+// Latin-1 characters, neither part with a NUL (the callers' keys are fixed names, their values
+// URIs, numbers and names). The pictures are thumbnails and contact sheets, far below the 2 GiB
+// that one image-data chunk can hold.
 #pragma once
 
 #include "thumbnail/GSRasterImage.h"
