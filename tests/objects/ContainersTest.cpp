@@ -163,6 +163,8 @@ TEST(ObjectArray, HoldsOneReferencePerStoredPointer) {
     }
     EXPECT_EQ(a->getReferenceCount() + b->getReferenceCount(), 2) << "the array released both";
     EXPECT_EQ(Probe::destroyed, destroyedBefore);
+    Probe fresh;
+    fresh.release(); // a new object has no reference yet: releasing it destroys nothing
     a->release();
     b->release();
     EXPECT_EQ(Probe::destroyed, destroyedBefore + 2) << "a release at count 1 destroys";

@@ -46,6 +46,9 @@ TEST(FileSpec, OptionsAndTheMemoryFileRule) {
     EXPECT_EQ(text(s.getDictionaryString(GSFileDataIDKey)), "") << "no dictionary";
     put(&s, GSFileSafetyModeKey, new GSStringDictionaryKey(bytes("2")));
     EXPECT_EQ(s.getDictionaryLong(GSFileSafetyModeKey, 3), 3) << "a text is no number";
+    GSFileSpec bare;
+    s.copyData(&bare, 0);
+    EXPECT_EQ(bare.getDictionary(), nullptr) << "a copy without the options";
     struct {
         bool data;
         const char* id;
