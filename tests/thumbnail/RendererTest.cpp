@@ -2,6 +2,7 @@
 #include "SampleImages.h"
 #include "TestSupport.h"
 #include "thumbnail/GSImageScaler.h"
+#include "thumbnail/GSPNGWriter.h"
 #include "thumbnail/GSPreviewDecoder.h"
 #include "thumbnail/GSThumbnailRenderer.h"
 #include "thumbnail/GSWorkDeadline.h"
@@ -191,6 +192,25 @@ TEST(Renderer, EveryLayoutKeepsItsColoursInPlace) {
     ASSERT_EQ(decode(encodePNG(land, {PNGLayout::kRGB, 16, true}), 0, 0, 0, &interlaced), "");
     ASSERT_EQ(decode(encodePNG(land), 0, 0, 0, &plain), "");
     EXPECT_EQ(interlaced.pixels, plain.pixels);
+    // Our encoder gives noise back exactly (every predictor of its row filter is chosen), opaque
+    // and with fully transparent pixels, the two that straight alpha keeps exactly.
+    for (bool alpha : {false, true}) {
+        GSRasterImage noise{23, 17, alpha, {}};
+        Bytes expected, png;
+        uint32_t state = 7;
+        for (int i = 0; i < 23 * 17; ++i) {
+            state = state * 1103515245u + 12345u;
+            const uint32_t a = alpha && state >> 30 == 0 ? 0 : 255,
+                           rgb = a ? state >> 8 & 0xFFFFFF : 0;
+            noise.pixels.push_back(a << 24 | rgb);
+            for (int shift : {16, 8, 0, 24})
+                if (shift < 24 || alpha)
+                    expected.push_back(static_cast<unsigned char>((a << 24 | rgb) >> shift));
+        }
+        std::string error;
+        ASSERT_TRUE(GSEncodePNG(noise, {}, &png, &error)) << error;
+        EXPECT_EQ(decodePNG(png).pixels, expected) << (alpha ? "RGBA" : "RGB");
+    }
 }
 
 TEST(Renderer, ScalingGivesTheExactSizeFlatToTheEdgesWithoutAliasing) {
