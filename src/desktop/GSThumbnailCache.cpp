@@ -193,7 +193,8 @@ const std::string* GSFindTextKey(const GSPNGText& keys, const char* key) {
     return nullptr;
 }
 
-bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri, long long mtime) {
+bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri, long long mtime,
+                           GSPNGText* keysOut) {
     // The quick way, which keeps a run over an up-to-date folder cheap: the keys from the start
     // of the file (writers put them before the image data), and the file's last 12 bytes, which
     // are IEND only in a whole file. The whole file is read when the keys come later.
@@ -222,6 +223,7 @@ bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri,
     if (!whole) return false;
     const std::string* storedURI = GSFindTextKey(keys, "Thumb::URI");
     const std::string* storedMTime = GSFindTextKey(keys, "Thumb::MTime");
+    if (keysOut) *keysOut = keys;
     return storedURI && storedMTime && *storedURI == uri && *storedMTime == std::to_string(mtime);
 }
 

@@ -51,8 +51,10 @@ inline constexpr size_t kGSIdentifierBytes = 21; // enough for either identifier
 bool GSReadPNGTextKeys(const std::string& path, GSPNGText* keys);
 const std::string* GSFindTextKey(const GSPNGText& keys, const char* key);
 
-// Whether the entry at `entryPath` exists, is a complete PNG and names this URI and mtime.
-bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri, long long mtime);
+// Whether the entry at `entryPath` exists, is a complete PNG and names this URI and mtime. The
+// entry's keys are left in `keys` when given (whoever wrote it may be asked: Software, ...).
+bool GSCacheEntryIsCurrent(const std::string& entryPath, const std::string& uri, long long mtime,
+                           GSPNGText* keys = nullptr);
 
 // Creates `folder` and the missing folders above it with mode 0700. Returns an empty string, or
 // what went wrong.
