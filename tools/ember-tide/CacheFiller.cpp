@@ -44,16 +44,15 @@ CacheOutcome CacheFiller::process(const std::string& path) {
     // A run over a folder that is up to date only asks each document's date: an entry that we
     // made for this very file and date (our type in it) says that the file was a document then.
     // Any other entry, or none, and the document is read and recognised as below.
+    const std::string uri = GSFileURI(path);
+    const std::string name = GSCacheEntryName(uri);
     struct stat known;
-    if (!force && ::stat(path.c_str(), &known) == 0 && S_ISREG(known.st_mode)) {
-        const std::string uri = GSFileURI(path);
-        GSPNGText keys;
-        const std::string* type = nullptr;
-        if (GSCacheEntryIsCurrent(sizeFolder + "/" + GSCacheEntryName(uri), uri, known.st_mtime,
-                                  &keys) &&
-            (type = GSFindTextKey(keys, "Thumb::Mimetype")) && *type == kMimeType)
-            return CacheOutcome::kUpToDate;
-    }
+    GSPNGText keys;
+    const std::string* type = nullptr;
+    if (!force && ::stat(path.c_str(), &known) == 0 && S_ISREG(known.st_mode) &&
+        GSCacheEntryIsCurrent(sizeFolder + "/" + name, uri, known.st_mtime, &keys) &&
+        (type = GSFindTextKey(keys, "Thumb::Mimetype")) && *type == kMimeType)
+        return CacheOutcome::kUpToDate;
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         report(path, "cannot read: " + GSErrorText(errno));
@@ -79,8 +78,6 @@ CacheOutcome CacheFiller::process(const std::string& path) {
         return CacheOutcome::kNotOurs;
 
     const long long mtime = st.st_mtime;
-    const std::string uri = GSFileURI(path);
-    const std::string name = GSCacheEntryName(uri);
     if (!force) {
         if (GSCacheEntryIsCurrent(sizeFolder + "/" + name, uri, mtime))
             return CacheOutcome::kUpToDate;
