@@ -2,12 +2,12 @@
 //
 // Thumbnail services do not all read OUT by name after we exit: Xfce's tumbler opens OUT itself,
 // runs us, waits, and reads through the stream it opened first, so a new file renamed over OUT
-// would never reach it. The process that writes OUT never reads FILE: the picture is made by a
-// confined child that keeps no right to write anywhere (Thumbnail.cpp). An OUT that exists is
-// opened and emptied before the child starts, so that every failure, a kill by the CPU limit
-// included, leaves it empty instead of holding an older picture beside an error status; an OUT
-// that does not exist is made only once the picture is there, so a failure leaves no file at
-// all. The caller waits for our exit, so nobody sees the file half written.
+// would never reach it. Whoever reads FILE is confined first and keeps no right to write
+// anywhere (Thumbnail.cpp). An OUT that exists is opened and emptied before FILE is read, so
+// that every failure, a kill by the CPU limit included, leaves it empty instead of holding an
+// older picture beside an error status; an OUT that does not exist is made only once the
+// picture is there (by the process that did not read FILE), so a failure leaves no file at all.
+// The caller waits for our exit, so nobody sees the file half written.
 //
 // As with `>`: a symbolic link is written through (the link stays, its target gets the bytes),
 // an existing file keeps its inode, mode and owner, a new one gets 0666 less the umask, and a

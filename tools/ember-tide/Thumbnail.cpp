@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <utility>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -57,9 +58,9 @@ std::string unreadable(const std::string& file) {
     return S_ISREG(st.st_mode) ? "" : "not a regular file";
 }
 
-// The child's work: confined to reading FILE, the picture is made and written into `pipe`.
-// Returns the exit status.
-int renderConfined(const std::string& file, int size, int pipe) {
+// Confines this process to reading FILE and makes the picture; returns the exit status, with
+// the PNG in `png` when it is kOK.
+int renderConfined(const std::string& file, int size, std::vector<unsigned char>* png) {
     limitThumbnailProcess(file);
     Confinement confinement;
     confinement.paths.push_back({file, kReadFiles});
@@ -80,8 +81,53 @@ int renderConfined(const std::string& file, int size, int pipe) {
     case GSThumbnailStatus::kOK:
         break;
     }
-    // A failure here means that the parent went away.
-    return GSWriteAll(pipe, result.png.data(), result.png.size()) ? kOK : kIOError;
+    *png = std::move(result.png);
+    return kOK;
+}
+
+// Makes the picture in a child that confines itself and hands the PNG over a pipe, so that
+// this process keeps the right to make OUT afterwards. Returns the exit status.
+int renderInChild(const std::string& file, int size, std::vector<unsigned char>* png) {
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+        message(file, "cannot start: " + GSErrorText(errno));
+        return kIOError;
+    }
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child < 0) {
+        message(file, "cannot start: " + GSErrorText(errno));
+        return kIOError;
+    }
+    if (child == 0) {
+        ::close(pipeFds[0]);
+        int status = renderConfined(file, size, png);
+        // A failure here means that the parent went away.
+        if (status == kOK && !GSWriteAll(pipeFds[1], png->data(), png->size())) status = kIOError;
+#if defined(ET_COVERAGE)
+        __gcov_dump(); // _exit skips the exit handlers that would write the child's counts
+#endif
+        ::_exit(status);
+    }
+    ::close(pipeFds[1]);
+    unsigned char buffer[65536];
+    for (;;) {
+        const ssize_t n = ::read(pipeFds[0], buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        png->insert(png->end(), buffer, buffer + n);
+    }
+    ::close(pipeFds[0]);
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status)) {
+        // The hard CPU limit's SIGKILL: no picture.
+        message(file, "given up (the decoder was stopped by signal " +
+                          std::to_string(WIFSIGNALED(status) ? WTERMSIG(status) : 0) + ")");
+        return kNoPreview;
+    }
+    return WEXITSTATUS(status);
 }
 
 } // namespace
@@ -118,47 +164,14 @@ int runThumbnail(int argc, char** argv) {
     // A reader that goes away is an I/O error (status 2), not a death by signal.
     std::signal(SIGPIPE, SIG_IGN);
 
-    // The picture is made by a child that confines itself first: it reads FILE and writes
-    // nothing but the PNG into a pipe. This process never reads FILE; it writes OUT.
-    int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
-        message(files[1], "cannot write: " + GSErrorText(errno));
-        return kIOError;
-    }
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    if (child < 0) {
-        message(files[0], "cannot start: " + GSErrorText(errno));
-        return kIOError;
-    }
-    if (child == 0) {
-        ::close(pipeFds[0]);
-        const int status = renderConfined(files[0], size, pipeFds[1]);
-#if defined(ET_COVERAGE)
-        __gcov_dump(); // _exit skips the exit handlers that would write the child's counts
-#endif
-        ::_exit(status);
-    }
-    ::close(pipeFds[1]);
+    // Whoever reads FILE is confined first: it may read FILE and nothing else, and write only
+    // what it holds open. With OUT open already, that is this process (the fork would be a
+    // quarter of a small thumbnail's time); a missing OUT must be made afterwards, which a
+    // confined process may not do, so then a child makes the picture.
     std::vector<unsigned char> png;
-    unsigned char buffer[65536];
-    for (;;) {
-        const ssize_t n = ::read(pipeFds[0], buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        png.insert(png.end(), buffer, buffer + n);
-    }
-    ::close(pipeFds[0]);
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (!WIFEXITED(status)) {
-        // The hard CPU limit's SIGKILL, or a crash in a decoder: no picture.
-        message(files[0], "given up (the decoder was stopped by signal " +
-                              std::to_string(WIFSIGNALED(status) ? WTERMSIG(status) : 0) + ")");
-        return kNoPreview;
-    }
-    if (WEXITSTATUS(status) != kOK) return WEXITSTATUS(status);
+    const int status = output.isOpen() ? renderConfined(files[0], size, &png)
+                                       : renderInChild(files[0], size, &png);
+    if (status != kOK) return status;
     if (!output.isOpen()) {
         if (std::string error = output.open(files[1], files[0], true); !error.empty()) {
             message(files[1], "cannot write: " + error);

@@ -41,10 +41,12 @@ void lowerLimit(int resource, rlim_t soft, rlim_t hard) {
     return path.compare(slash == std::string::npos ? 0 : slash + 1, std::string::npos, name) == 0;
 }
 
-// Test hook: a file named as EMBER_TIDE_TEST_SPIN_ON says takes processor time for ever, as a
-// parser caught in a loop that checks no deadline would.
-void spinIfAsked([[maybe_unused]] const std::string& path) {
+// Test hooks: a file named as EMBER_TIDE_TEST_SPIN_ON says takes processor time for ever, as a
+// parser caught in a loop that checks no deadline would; one named as EMBER_TIDE_TEST_CRASH_ON
+// says crashes its decoder.
+void misbehaveIfAsked([[maybe_unused]] const std::string& path) {
 #if defined(ET_TEST_HOOKS)
+    if (namedBy("EMBER_TIDE_TEST_CRASH_ON", path)) ::raise(SIGSEGV);
     if (!namedBy("EMBER_TIDE_TEST_SPIN_ON", path)) return;
     volatile unsigned long turns = 0;
     for (;;)
@@ -60,6 +62,45 @@ size_t overrunMessageLength = 0;
 extern "C" void onCPULimit(int) {
     (void)!::write(STDERR_FILENO, overrunMessage, overrunMessageLength);
     ::_exit(1);
+}
+
+// The same for a crash: the start of the message, the signal's number is added by the handler.
+// The handler runs on a stack of its own, so that an overflow of the thread's stack is reported
+// too.
+char crashMessage[1024];
+size_t crashMessageLength = 0;
+alignas(16) char crashStack[64 * 1024];
+
+extern "C" void onCrash(int number) {
+    char tail[16];
+    size_t n = sizeof tail;
+    tail[--n] = '\n';
+    tail[--n] = ')';
+    do {
+        tail[--n] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    } while (number > 0 && n > 0);
+    (void)!::write(STDERR_FILENO, crashMessage, crashMessageLength);
+    (void)!::write(STDERR_FILENO, tail + n, sizeof tail - n);
+    ::_exit(1);
+}
+
+void reportCrashes(const std::string& file) {
+    int n = std::snprintf(crashMessage, sizeof crashMessage,
+                          "ember-tide: %s: given up (the decoder was stopped by signal ",
+                          printable(file).c_str());
+    crashMessageLength = n < 0 ? 0 : std::min(static_cast<size_t>(n), sizeof crashMessage - 1);
+    stack_t stack{};
+    stack.ss_sp = crashStack;
+    stack.ss_size = sizeof crashStack;
+    if (::sigaltstack(&stack, nullptr) != 0) return;
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onCrash;
+    action.sa_flags = SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    for (int signal : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT})
+        ::sigaction(signal, &action, nullptr);
 }
 
 double seconds(clockid_t clock) {
@@ -110,10 +151,12 @@ void limitThumbnailProcess(const std::string& file) {
     action.sa_handler = onCPULimit;
     sigemptyset(&action.sa_mask);
     ::sigaction(SIGXCPU, &action, nullptr);
-    if (!kSanitizerBuild)
+    if (!kSanitizerBuild) {
         lowerLimit(RLIMIT_AS, static_cast<rlim_t>(GSCurrentLimits().thumbnailAddressSpace),
                    static_cast<rlim_t>(GSCurrentLimits().thumbnailAddressSpace));
-    spinIfAsked(file);
+        reportCrashes(file);
+    }
+    misbehaveIfAsked(file);
 }
 
 CacheWatchdog::CacheWatchdog(int jobs, OverrunHandler onOverrun)
@@ -146,7 +189,7 @@ void CacheWatchdog::begin(int worker, const std::string& path) {
         slot.started = seconds(clock);
         slot.path = path;
     }
-    spinIfAsked(path);
+    misbehaveIfAsked(path);
 }
 
 void CacheWatchdog::end(int worker) {

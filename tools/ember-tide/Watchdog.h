@@ -30,7 +30,8 @@ namespace tool {
 // `ember-tide thumbnail FILE`: RLIMIT_CPU of GSLimits::thumbnailCPUSeconds, after which the process
 // ends with status 1 (no thumbnail) and a message that names FILE (the hard limit, two seconds
 // later, kills it should that fail), and RLIMIT_AS of GSLimits::thumbnailAddressSpace. Limits that
-// the caller set lower are kept.
+// the caller set lower are kept. A crash (a fatal signal in a decoder) ends the process the same
+// way, except in sanitizer builds, whose own handlers report it.
 void limitThumbnailProcess(const std::string& file);
 
 // The processor-time budget of one file: GSLimits::thumbnailCPUSeconds, or in builds with test
