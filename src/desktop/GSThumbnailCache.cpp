@@ -15,6 +15,7 @@
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -258,6 +259,6 @@ std::vector<unsigned char> GSMakeFailureEntry(const std::string& uri, long long 
     if (!software.empty()) text.emplace_back("Software", software);
     std::vector<unsigned char> png;
     std::string error;
-    if (!GSEncodePNG(image, text, &png, &error)) png.clear();
+    if (!GSEncodePNG(std::move(image), text, &png, &error)) png.clear();
     return png;
 }

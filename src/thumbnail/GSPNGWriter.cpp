@@ -3,6 +3,7 @@
 #include "thumbnail/GSPNGWriter.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <libdeflate.h>
 #include <memory>
 
@@ -85,7 +86,7 @@ struct CompressorFree {
 
 } // namespace
 
-bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<unsigned char>* out,
+bool GSEncodePNG(GSRasterImage image, const GSPNGText& text, std::vector<unsigned char>* out,
                  std::string* error) {
     if (image.width < 1 || image.height < 1 ||
         image.pixels.size() != static_cast<size_t>(image.width) * image.height) {
@@ -106,6 +107,7 @@ bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<
         line[0] = kPaeth;
         paethRow(row, up, stride, bpp, line + 1);
     }
+    std::vector<uint32_t>().swap(image.pixels);
 
     std::unique_ptr<libdeflate_compressor, CompressorFree> compressor(
         libdeflate_alloc_compressor(kDeflateLevel));
@@ -113,18 +115,8 @@ bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<
         *error = "out of memory";
         return false;
     }
-    std::vector<unsigned char> compressed(
-        libdeflate_zlib_compress_bound(compressor.get(), filtered.size()));
-    const size_t compressedSize = libdeflate_zlib_compress(
-        compressor.get(), filtered.data(), filtered.size(), compressed.data(), compressed.size());
-    if (compressedSize == 0) { // cannot happen with a buffer of the bound's size
-        *error = "PNG compression failed";
-        return false;
-    }
-
     static const unsigned char kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
     out->assign(kSignature, kSignature + 8);
-    out->reserve(compressedSize + 1024);
     // Width, height, depth 8, RGB (2) or RGBA (6), deflate, adaptive filtering, no interlace.
     unsigned char header[13] = {0, 0, 0, 0, 0, 0, 0, 0, 8, 2, 0, 0, 0};
     if (image.hasAlpha) header[9] = 6;
@@ -137,7 +129,21 @@ bool GSEncodePNG(const GSRasterImage& image, const GSPNGText& text, std::vector<
         data.insert(data.end(), value.begin(), value.end());
         putChunk(out, "tEXt", data.data(), data.size());
     }
-    putChunk(out, "IDAT", compressed.data(), compressedSize);
+    // The image data is compressed straight into its chunk; only the bytes it takes are touched.
+    const size_t bound = libdeflate_zlib_compress_bound(compressor.get(), filtered.size());
+    const size_t start = out->size();
+    out->resize(start + 8 + bound + 4 + 12);
+    unsigned char* chunk = out->data() + start;
+    std::memcpy(chunk + 4, "IDAT", 4);
+    const size_t compressedSize = libdeflate_zlib_compress(
+        compressor.get(), filtered.data(), filtered.size(), chunk + 8, bound);
+    if (compressedSize == 0) { // cannot happen with a buffer of the bound's size
+        *error = "PNG compression failed";
+        return false;
+    }
+    storeBig32(chunk, static_cast<uint32_t>(compressedSize));
+    storeBig32(chunk + 8 + compressedSize, libdeflate_crc32(0, chunk + 4, compressedSize + 4));
+    out->resize(start + 8 + compressedSize + 4);
     putChunk(out, "IEND", nullptr, 0);
     return true;
 }

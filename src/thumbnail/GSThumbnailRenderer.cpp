@@ -98,7 +98,7 @@ GSThumbnailResult GSRenderPreview(const GSDynaArray<unsigned char>& bytes, int k
     else if (!GSScaleImage(decoded, target.width, target.height, &scaled))
         return fail(GSThumbnailStatus::kUndecodable,
                     GSWorkTimedOut() ? "scaling took too long" : "the picture cannot be scaled");
-    if (!GSEncodePNG(scaled, text, &result.png, &error))
+    if (!GSEncodePNG(std::move(scaled), text, &result.png, &error))
         return fail(GSThumbnailStatus::kUndecodable, error);
     result.status = GSThumbnailStatus::kOK;
     result.size = target;

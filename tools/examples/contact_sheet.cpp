@@ -19,6 +19,7 @@
 #include <iterator>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -117,7 +118,7 @@ int main(int argc, char** argv) {
     }
     std::vector<unsigned char> png;
     std::string error;
-    if (!GSEncodePNG(sheet, {}, &png, &error) ||
+    if (!GSEncodePNG(std::move(sheet), {}, &png, &error) ||
         !(error = GSWriteFileAtomically(argv[1], png.data(), png.size())).empty()) {
         std::fprintf(stderr, "contact-sheet: %s: %s\n", argv[1], error.c_str());
         return 1;
