@@ -39,26 +39,30 @@ Channels unpack(uint32_t p, bool straight) {
 
 // Output pixel i covers source pixels [i * scale, (i + 1) * scale); its window reaches three lobes
 // either side of that span's centre, each lobe `scale` source pixels wide when shrinking.
-std::vector<GSImageScaler::Window> GSImageScaler::windows(double scale, int sourceSize, int size) {
+GSImageScaler::Axis GSImageScaler::axis(double scale, int sourceSize, int size) {
     const double stretch = std::max(scale, 1.0);
     const double reach = kLobes * stretch;
-    std::vector<Window> result(static_cast<size_t>(size));
+    Axis result;
+    result.windows.resize(static_cast<size_t>(size));
     for (int i = 0; i < size; ++i) {
-        Window& w = result[i];
-        w.centre = (i + 0.5) * scale;
-        w.first = std::max(0, static_cast<int>(std::floor(w.centre - reach + 0.5)));
-        w.count =
-            std::min(sourceSize, static_cast<int>(std::floor(w.centre + reach + 0.5))) - w.first;
+        Window& w = result.windows[i];
+        const double centre = (i + 0.5) * scale;
+        w.first = std::max(0, static_cast<int>(std::floor(centre - reach + 0.5)));
+        w.count = std::min(sourceSize, static_cast<int>(std::floor(centre + reach + 0.5))) - w.first;
+        result.taps = std::max(result.taps, w.count);
+    }
+    result.weights.assign(static_cast<size_t>(size) * result.taps, 0.0f);
+    for (int i = 0; i < size; ++i) {
+        const Window& w = result.windows[i];
+        const double centre = (i + 0.5) * scale;
+        float* weights = result.weights.data() + static_cast<size_t>(i) * result.taps;
         double sum = 0;
         for (int k = 0; k < w.count; ++k)
-            sum += lanczos((w.first + k + 0.5 - w.centre) / stretch);
-        w.norm = static_cast<float>(1 / sum); // the centre tap alone is near 1: sum > 0
+            sum += weights[k] = static_cast<float>(lanczos((w.first + k + 0.5 - centre) / stretch));
+        for (int k = 0; k < w.count; ++k) // the centre tap alone is near 1: sum > 0
+            weights[k] = static_cast<float>(weights[k] / sum);
     }
     return result;
-}
-
-float GSImageScaler::weight(const Window& w, int at, double scale) {
-    return static_cast<float>(lanczos((at + 0.5 - w.centre) / std::max(scale, 1.0))) * w.norm;
 }
 
 bool GSImageScaler::begin(int sourceWidth, int sourceHeight, int width, int height, bool hasAlpha,
@@ -71,24 +75,16 @@ bool GSImageScaler::begin(int sourceWidth, int sourceHeight, int width, int heig
     groupedWidth_ = (sourceWidth + groupX_ - 1) / groupX_;
     scaleX_ = static_cast<double>(sourceWidth) / groupX_ / width;
     scaleY_ = static_cast<double>(sourceHeight) / height;
-    columns_ = windows(scaleX_, groupedWidth_, width);
-    rows_ = windows(scaleY_, sourceHeight, height);
-    tapsX_ = 0;
-    for (const Window& w : columns_)
-        tapsX_ = std::max(tapsX_, w.count);
-    columnWeights_.assign(static_cast<size_t>(width) * tapsX_, 0.0f);
-    for (int x = 0; x < width; ++x)
-        for (int k = 0; k < columns_[x].count; ++k)
-            columnWeights_[static_cast<size_t>(x) * tapsX_ + k] =
-                weight(columns_[x], columns_[x].first + k, scaleX_);
+    columns_ = axis(scaleX_, groupedWidth_, width);
+    rows_ = axis(scaleY_, sourceHeight, height);
     // Both ends of the windows only move down, so the last `ringRows_` source rows (filtered
     // across) hold the window of every output row when its last source row arrives.
-    ringRows_ = 1;
+    ringRows_ = std::max(1, rows_.taps);
     long taps = 0;
-    for (const Window& w : rows_)
-        ringRows_ = std::max(ringRows_, w.count), taps += w.count;
+    for (const Window& w : rows_.windows)
+        taps += w.count;
     // A source row's work: its groups, its taps across, and its share of the sums down.
-    rowWork_ = sourceWidth + static_cast<long>(width) * (tapsX_ + taps / sourceHeight + 1);
+    rowWork_ = sourceWidth + static_cast<long>(width) * (columns_.taps + taps / sourceHeight + 1);
     grouped_.assign(static_cast<size_t>(groupedWidth_) * 4, 0.0f);
     ring_.assign(static_cast<size_t>(ringRows_) * width * 4, 0.0f);
     out_.assign(static_cast<size_t>(width) * height, 0);
@@ -104,14 +100,15 @@ bool GSImageScaler::addRow(const uint32_t* row) {
     const Pixel* grouped = reinterpret_cast<const Pixel*>(grouped_.data());
     Pixel* across = ringRow(y);
     for (int x = 0; x < width_; ++x) {
-        const Window& w = columns_[x];
-        const float* weights = columnWeights_.data() + static_cast<size_t>(x) * tapsX_;
+        const Window& w = columns_.windows[x];
+        const float* weights = columns_.weights.data() + static_cast<size_t>(x) * columns_.taps;
         Pixel sum = {0, 0, 0, 0};
         for (int k = 0; k < w.count; ++k)
             sum += weights[k] * grouped[w.first + k];
         across[x] = sum;
     }
-    while (nextOut_ < height_ && rows_[nextOut_].first + rows_[nextOut_].count - 1 <= y)
+    while (nextOut_ < height_ &&
+           rows_.windows[nextOut_].first + rows_.windows[nextOut_].count - 1 <= y)
         emit(nextOut_++);
     return true;
 }
@@ -134,12 +131,13 @@ GSImageScaler::Pixel* GSImageScaler::ringRow(int sourceRow) {
 }
 
 void GSImageScaler::emit(int row) {
-    const Window& w = rows_[row];
+    const Window& w = rows_.windows[row];
+    const float* weights = rows_.weights.data() + static_cast<size_t>(row) * rows_.taps;
     Pixel* sum = reinterpret_cast<Pixel*>(sum_.data());
     for (int x = 0; x < width_; ++x)
         sum[x] = Pixel{0, 0, 0, 0};
     for (int k = 0; k < w.count; ++k) {
-        const float f = weight(w, w.first + k, scaleY_);
+        const float f = weights[k];
         const Pixel* source = ringRow(w.first + k);
         for (int x = 0; x < width_; ++x)
             sum[x] += f * source[x];

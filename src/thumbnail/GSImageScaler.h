@@ -40,11 +40,15 @@ private:
     typedef float Pixel __attribute__((vector_size(16)));
     struct Window {
         int first = 0, count = 0; // source pixels [first, first + count)
-        double centre = 0;        // in source pixels
-        float norm = 0;           // 1 / the sum of the window's weights
     };
-    static std::vector<Window> windows(double scale, int sourceSize, int size);
-    static float weight(const Window& w, int at, double scale);
+    // One axis: the window of each of `size` output pixels, and their normalised weights, `taps`
+    // per output pixel (the widest window's count; narrower ones padded with zeros).
+    struct Axis {
+        std::vector<Window> windows;
+        std::vector<float> weights;
+        int taps = 0;
+    };
+    static Axis axis(double scale, int sourceSize, int size);
     void group(const uint32_t* row);
     Pixel* ringRow(int sourceRow);
     void emit(int row);
@@ -54,9 +58,7 @@ private:
     int groupX_ = 1, groupedWidth_ = 0; // source pixels averaged into one, and how many result
     double scaleX_ = 1, scaleY_ = 1;    // grouped (source) pixels per output pixel
     std::vector<float> grouped_;        // the row averaged in groups: groupedWidth_ * 4
-    std::vector<Window> columns_, rows_;
-    std::vector<float> columnWeights_; // width_ * tapsX_, normalised
-    int tapsX_ = 0;
+    Axis columns_, rows_;
     std::vector<float> ring_; // the last ringRows_ source rows filtered across: width_ * 4 each
     int ringRows_ = 0;
     std::vector<float> sum_; // one output row being summed: width_ * 4

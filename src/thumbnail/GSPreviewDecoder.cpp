@@ -121,7 +121,8 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
         return false;
     }
     bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
-    cinfo.out_color_space = cmyk ? JCS_CMYK : kLittleEndian ? JCS_EXT_BGRX : JCS_EXT_XRGB;
+    // The codec fills the alpha byte of these layouts with 255 itself.
+    cinfo.out_color_space = cmyk ? JCS_CMYK : kLittleEndian ? JCS_EXT_BGRA : JCS_EXT_ARGB;
     // The smallest scale n/8 that leaves the margin over the target (8/8 when none does).
     const bool scaled = targetWidth > 0 && targetHeight > 0;
     cinfo.scale_denom = 8;
@@ -147,11 +148,7 @@ bool decodeJPEG(const unsigned char* bytes, long count, int targetWidth, int tar
         uint32_t* out = rows->row(static_cast<int>(cinfo.output_scanline));
         JSAMPROW row = cmyk ? rows->scratch.data() : reinterpret_cast<JSAMPROW>(out);
         jpeg_read_scanlines(&cinfo, &row, 1);
-        if (cmyk)
-            convertCMYK(rows->scratch.data(), width, inverted, out);
-        else
-            for (int x = 0; x < width; ++x)
-                out[x] |= 0xFF000000u; // the X byte is not set by the codec
+        if (cmyk) convertCMYK(rows->scratch.data(), width, inverted, out);
         if (!rows->done()) {
             jpeg_destroy_decompress(&cinfo);
             *error = "JPEG decoding took too long";
