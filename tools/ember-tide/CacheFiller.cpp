@@ -40,19 +40,21 @@ std::string CacheFiller::makeFolders() const {
     return {};
 }
 
-CacheOutcome CacheFiller::process(const std::string& path) {
-    // A run over a folder that is up to date only asks each document's date: an entry that we
-    // made for this very file and date (our type in it) says that the file was a document then.
-    // Any other entry, or none, and the document is read and recognised as below.
-    const std::string uri = GSFileURI(path);
-    const std::string name = GSCacheEntryName(uri);
+bool CacheFiller::knownUpToDate(const std::string& path, CacheEntryNames* names) const {
+    names->uri = GSFileURI(path);
+    names->name = GSCacheEntryName(names->uri);
     struct stat known;
     GSPNGText keys;
     const std::string* type = nullptr;
-    if (!force && ::stat(path.c_str(), &known) == 0 && S_ISREG(known.st_mode) &&
-        GSCacheEntryIsCurrent(sizeFolder + "/" + name, uri, known.st_mtime, &keys) &&
-        (type = GSFindTextKey(keys, "Thumb::Mimetype")) && *type == kMimeType)
-        return CacheOutcome::kUpToDate;
+    return !force && ::stat(path.c_str(), &known) == 0 && S_ISREG(known.st_mode) &&
+           GSCacheEntryIsCurrent(sizeFolder + "/" + names->name, names->uri, known.st_mtime,
+                                 &keys) &&
+           (type = GSFindTextKey(keys, "Thumb::Mimetype")) && *type == kMimeType;
+}
+
+CacheOutcome CacheFiller::process(const std::string& path, const CacheEntryNames& names) {
+    const std::string& uri = names.uri;
+    const std::string& name = names.name;
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
         report(path, "cannot read: " + GSErrorText(errno));

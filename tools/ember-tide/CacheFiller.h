@@ -18,6 +18,11 @@ namespace tool {
 
 enum class CacheOutcome { kWritten, kUpToDate, kFailed, kNotOurs, kAbandoned };
 
+// A file's names in the cache, made once per file.
+struct CacheEntryNames {
+    std::string uri, name;
+};
+
 class CacheFiller {
 public:
     CacheFiller(const GSCacheSize* size, bool force, const std::string& cacheRoot,
@@ -25,7 +30,13 @@ public:
 
     // Makes the size and failure folders; an empty text, or what went wrong.
     std::string makeFolders() const;
-    CacheOutcome process(const std::string& path);
+    // Whether the entry of `path` is one that we made for this very file and date (our type in
+    // it): then the file was a document at that date and is up to date. One stat of the file and
+    // a look at the entry, without opening the file; bounded work, which needs no watchdog.
+    // Fills `names` either way.
+    bool knownUpToDate(const std::string& path, CacheEntryNames* names) const;
+    // The rest: the file is read and recognised, checked against both entries, rendered, stored.
+    CacheOutcome process(const std::string& path, const CacheEntryNames& names);
     // Records `path` as failed (the failure entries of process()), for a file given up on
     // from outside.
     void recordFailure(const std::string& path);
