@@ -166,6 +166,8 @@ TEST_F(Confinement, AThumbnailThatSpinsOrCrashesIsGivenUp) {
     for (const auto& [hook, why] :
          {std::pair{"EMBER_TIDE_TEST_SPIN_ON", "more than 1 s of processor time; given up"},
           {"EMBER_TIDE_TEST_CRASH_ON", "given up (the decoder was stopped by signal 11)"}}) {
+        // (The sanitizers report a crash themselves, in their own way.)
+        if (kSanitizerBuild && std::string(hook).find("CRASH") != std::string::npos) continue;
         ScopedVariable misbehave(hook, "doc.etd");
         for (bool existing : {true, false}) {
             SCOPED_TRACE(hook + std::string(existing ? ", existing OUT" : ", new OUT"));
@@ -173,10 +175,7 @@ TEST_F(Confinement, AThumbnailThatSpinsOrCrashesIsGivenUp) {
             const auto start = std::chrono::steady_clock::now();
             ToolRun r = expectRun("thumbnail @in/doc.etd @out/s.png", 1);
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-            // (The sanitizers report a crash themselves.)
-            if (!kSanitizerBuild || std::string(hook).find("SPIN") != std::string::npos) {
-                EXPECT_EQ(r.err, "ember-tide: " + path("in/doc.etd") + ": " + why + "\n");
-            }
+            EXPECT_EQ(r.err, "ember-tide: " + path("in/doc.etd") + ": " + why + "\n");
             EXPECT_EQ(fs::exists(path("out/s.png")), existing) << "a missing OUT is never made";
             EXPECT_EQ(readFile(path("out/s.png")), Bytes{}) << "emptied before FILE was read";
             fs::remove(path("out/s.png"));
