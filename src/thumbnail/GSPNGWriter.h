@@ -8,7 +8,7 @@
 // that one image-data chunk can hold.
 //
 // The image is taken, and its pixels are released once the rows are filtered: the peak is then
-// the filtered rows and the compressed output, not the picture as well (a quarter less memory
+// the filtered rows and the compressed output, not the picture as well (a sixth less memory
 // for the whole thumbnailer at the largest size).
 #pragma once
 

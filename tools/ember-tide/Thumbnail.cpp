@@ -20,10 +20,6 @@
 #include <unistd.h>
 #include <vector>
 
-#if defined(ET_COVERAGE)
-extern "C" void __gcov_dump(); // the coverage runtime's: writes this process's counts now
-#endif
-
 namespace tool {
 
 namespace {
@@ -104,10 +100,7 @@ int renderInChild(const std::string& file, int size, std::vector<unsigned char>*
         int status = renderConfined(file, size, png);
         // A failure here means that the parent went away.
         if (status == kOK && !GSWriteAll(pipeFds[1], png->data(), png->size())) status = kIOError;
-#if defined(ET_COVERAGE)
-        __gcov_dump(); // _exit skips the exit handlers that would write the child's counts
-#endif
-        ::_exit(status);
+        exitAtOnce(status);
     }
     ::close(pipeFds[1]);
     unsigned char buffer[65536];
@@ -165,7 +158,7 @@ int runThumbnail(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);
 
     // Whoever reads FILE is confined first: it may read FILE and nothing else, and write only
-    // what it holds open. With OUT open already, that is this process (the fork would be a
+    // what it holds open. With OUT open already, that is this process (a fork costs up to a
     // quarter of a small thumbnail's time); a missing OUT must be made afterwards, which a
     // confined process may not do, so then a child makes the picture.
     std::vector<unsigned char> png;

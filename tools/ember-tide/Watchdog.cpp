@@ -19,7 +19,18 @@
 #include <unistd.h>
 #include <utility>
 
+#if defined(ET_COVERAGE)
+extern "C" void __gcov_dump(); // the coverage runtime's: writes this process's counts now
+#endif
+
 namespace tool {
+
+void exitAtOnce(int status) {
+#if defined(ET_COVERAGE)
+    __gcov_dump();
+#endif
+    ::_exit(status);
+}
 
 namespace {
 
@@ -59,22 +70,9 @@ void misbehaveIfAsked([[maybe_unused]] const std::string& path) {
 char overrunMessage[1024];
 size_t overrunMessageLength = 0;
 
-#if defined(ET_COVERAGE)
-extern "C" void __gcov_dump(); // the coverage runtime's: writes this process's counts now
-#endif
-
-// Coverage builds write the counts of a process that a handler ends (not safe in a signal
-// handler in general; the test builds' deliberate crashes leave the heap whole).
-[[noreturn]] void exitFromHandler() {
-#if defined(ET_COVERAGE)
-    __gcov_dump();
-#endif
-    ::_exit(1);
-}
-
 extern "C" void onCPULimit(int) {
     (void)!::write(STDERR_FILENO, overrunMessage, overrunMessageLength);
-    exitFromHandler();
+    exitAtOnce(1);
 }
 
 // The same for a crash: the start of the message, the signal's number is added by the handler.
@@ -95,7 +93,7 @@ extern "C" void onCrash(int number) {
     } while (number > 0 && n > 0);
     (void)!::write(STDERR_FILENO, crashMessage, crashMessageLength);
     (void)!::write(STDERR_FILENO, tail + n, sizeof tail - n);
-    exitFromHandler();
+    exitAtOnce(1);
 }
 
 void reportCrashes(const std::string& file) {

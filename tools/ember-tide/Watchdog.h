@@ -34,6 +34,11 @@ namespace tool {
 // way, except in sanitizer builds, whose own handlers report it.
 void limitThumbnailProcess(const std::string& file);
 
+// Ends the process now, as _exit does (no exit handlers, no buffers flushed); coverage builds
+// write the process's counts first (not safe in a signal handler in general: the test builds'
+// deliberate crashes leave the heap whole).
+[[noreturn]] void exitAtOnce(int status);
+
 // The processor-time budget of one file: GSLimits::thumbnailCPUSeconds, or in builds with test
 // hooks what EMBER_TIDE_TEST_CPU_SECONDS says (fractions too), so that a test need not wait for the
 // real one.
